@@ -1,0 +1,175 @@
+#!/usr/bin/env bash
+# Regenerates every media file in testdata/ plus its ffprobe-derived
+# <name>.packets.csv and <name>.streams.txt.  Deterministic: fixed lavfi
+# sources, bitexact muxing/encoding, single-threaded encoders.
+# Usage: testdata/generate.sh   (from anywhere; writes next to this script)
+set -euo pipefail
+
+cd "$(dirname "$0")"
+OUT=$PWD
+TMP=$(mktemp -d)
+trap 'rm -rf "$TMP"' EXIT
+
+FF=(ffmpeg -nostdin -hide_banner -loglevel error -y)
+# Output options shared by every encode.
+BX=(-map_metadata -1 -fflags +bitexact -flags +bitexact -threads 1)
+
+# Fixed synthetic sources (2 s).
+vsrc() { # vsrc WxH FPS [DURATION]
+    echo "testsrc2=size=$1:rate=$2:duration=${3:-2}"
+}
+stereo() { # stereo RATE [DURATION]  -> 440 Hz left, 660 Hz right
+    echo "aevalsrc=0.5*sin(440*2*PI*t)|0.5*sin(660*2*PI*t):s=$1:d=${2:-2}"
+}
+mono() { # mono RATE [DURATION]
+    echo "sine=frequency=440:sample_rate=$1:duration=${2:-2}"
+}
+
+PKT_ENTRIES="packet=stream_index,codec_type,pts_time,dts_time,dts,pts,size,flags,duration_time"
+STREAM_KEYS='index|codec_name|codec_type|profile|codec_tag_string|codec_tag|width|height|pix_fmt|sample_fmt|sample_rate|channels|bits_per_sample|bits_per_raw_sample|block_align|time_base|extradata_size'
+
+# probe NAME: writes NAME.packets.csv and NAME.streams.txt
+probe() {
+    local f=$1
+    # ffprobe prints the fields in its own fixed order (not the order asked
+    # for), so derive the header from the key names of the first packet.
+    local hdr
+    hdr=$(ffprobe -v error -show_packets -read_intervals '%+#1' -of compact=p=0 \
+            -show_entries "$PKT_ENTRIES" "$f" | head -1 |
+          tr '|' '\n' | cut -d= -f1 | paste -sd, -)
+    {
+        echo "#$hdr"
+        ffprobe -v error -show_packets -of csv=p=0 -show_entries "$PKT_ENTRIES" "$f"
+    } > "$f.packets.csv"
+    ffprobe -v error -show_streams -of flat "$f" |
+        grep -E "^streams\.stream\.[0-9]+\.($STREAM_KEYS)=" > "$f.streams.txt" || true
+    # ffprobe-independent container-level dumps
+    case $f in
+        *.avi) python3 avi_idx1_dump.py "$f" > "$f.idx1.csv" ;;
+        *.flv) python3 flv_tags_dump.py "$f" > "$f.tags.csv" ;;
+    esac
+}
+
+enc() { # enc OUTFILE ffmpeg-args...   (output file appended last)
+    local o=$1; shift
+    "${FF[@]}" "$@" "${BX[@]}" "$o"
+    probe "$o"
+}
+
+X264_SMALL=(-c:v libx264 -preset medium -pix_fmt yuv420p -b:v 120k -x264-params "bframes=2:keyint=25:min-keyint=25:scenecut=0")
+
+############################################################ FLV
+# H.264 (main profile, 2 B-frames, key frame every 25) + AAC 44.1k stereo
+enc flv_h264_aac.flv \
+    -f lavfi -i "$(vsrc 176x144 25)" -f lavfi -i "$(stereo 44100)" \
+    "${X264_SMALL[@]}" -profile:v main -bf 2 -g 25 \
+    -c:a aac -ar 44100 -ac 2 -b:a 64k -f flv
+
+# Sorenson H.263 + MP3 44.1k stereo
+enc flv_h263_mp3.flv \
+    -f lavfi -i "$(vsrc 176x144 25)" -f lavfi -i "$(stereo 44100)" \
+    -c:v flv1 -g 25 -b:v 150k \
+    -c:a libmp3lame -ar 44100 -ac 2 -b:a 64k -f flv
+
+# AAC only
+enc flv_aac_only.flv \
+    -f lavfi -i "$(stereo 44100)" \
+    -c:a aac -ar 44100 -ac 2 -b:a 64k -f flv
+
+# H.264 + AAC without any script-data (onMetaData) tag
+"${FF[@]}" -f lavfi -i "$(vsrc 176x144 25)" -f lavfi -i "$(stereo 44100)" \
+    "${X264_SMALL[@]}" -profile:v main -bf 2 -g 25 \
+    -c:a aac -ar 44100 -ac 2 -b:a 64k -f flv "${BX[@]}" "$TMP/with_meta.flv"
+python3 strip_flv_script.py "$TMP/with_meta.flv" flv_h264_nometa.flv
+probe flv_h264_nometa.flv
+
+############################################################ AVI
+# MPEG-4 ASP tagged XVID + MP3
+enc avi_xvid_mp3.avi \
+    -f lavfi -i "$(vsrc 176x144 25)" -f lavfi -i "$(stereo 44100)" \
+    -c:v mpeg4 -vtag XVID -g 12 -bf 0 -b:v 150k \
+    -c:a libmp3lame -ar 44100 -ac 2 -b:a 64k -f avi
+
+# MS MPEG-4 v3 (DIV3) + 16-bit PCM
+enc avi_msmpeg4v3_pcm.avi \
+    -f lavfi -i "$(vsrc 176x144 25)" -f lavfi -i "$(mono 22050)" \
+    -c:v msmpeg4v3 -vtag DIV3 -g 12 -b:v 150k \
+    -c:a pcm_s16le -ar 22050 -ac 1 -f avi
+
+# Motion JPEG + 8-bit unsigned PCM
+enc avi_mjpeg_pcm8.avi \
+    -f lavfi -i "$(vsrc 160x120 10)" -f lavfi -i "$(mono 11025)" \
+    -c:v mjpeg -pix_fmt yuvj420p -q:v 20 \
+    -c:a pcm_u8 -ar 11025 -ac 1 -f avi
+
+# H.264 (no B-frames) + AC-3
+enc avi_h264_ac3.avi \
+    -f lavfi -i "$(vsrc 176x144 25)" -f lavfi -i "$(stereo 48000)" \
+    -c:v libx264 -preset medium -pix_fmt yuv420p -b:v 120k -profile:v baseline \
+    -x264-params "bframes=0:keyint=12:min-keyint=12:scenecut=0" \
+    -c:a ac3 -ar 48000 -ac 2 -b:a 96k -f avi
+
+# MPEG-4 ASP (default FMP4 tag) + IMA ADPCM
+enc avi_mpeg4_ima.avi \
+    -f lavfi -i "$(vsrc 176x144 25)" -f lavfi -i "$(mono 22050)" \
+    -c:v mpeg4 -g 12 -bf 0 -b:v 150k \
+    -c:a adpcm_ima_wav -ar 22050 -ac 1 -f avi
+
+# MPEG-4 ASP tagged DX50 + MS ADPCM
+enc avi_dx50_msadpcm.avi \
+    -f lavfi -i "$(vsrc 176x144 25)" -f lavfi -i "$(stereo 22050)" \
+    -c:v mpeg4 -vtag DX50 -g 12 -bf 0 -b:v 150k \
+    -c:a adpcm_ms -ar 22050 -ac 2 -f avi
+
+# H.263 (QCIF) + A-law 8 kHz mono
+enc avi_h263_alaw.avi \
+    -f lavfi -i "$(vsrc 176x144 25)" -f lavfi -i "$(mono 8000)" \
+    -c:v h263 -g 12 -b:v 150k \
+    -c:a pcm_alaw -ar 8000 -ac 1 -f avi
+
+# MPEG-4 ASP tagged XVID + MP2
+enc avi_xvid_mp2.avi \
+    -f lavfi -i "$(vsrc 176x144 25)" -f lavfi -i "$(stereo 44100)" \
+    -c:v mpeg4 -vtag XVID -g 12 -bf 0 -b:v 150k \
+    -c:a mp2 -ar 44100 -ac 2 -b:a 128k -f avi
+
+# MPEG-4 ASP + AAC
+enc avi_mpeg4_aac.avi \
+    -f lavfi -i "$(vsrc 176x144 25)" -f lavfi -i "$(stereo 44100)" \
+    -c:v mpeg4 -g 12 -bf 0 -b:v 150k \
+    -c:a aac -ar 44100 -ac 2 -b:a 64k -f avi
+
+############################################################ raw H.264
+# Two frames each, Annex-B.  1920x1080 is coded as 1920x1088 + cropping.
+h264_raw() { # h264_raw WxH
+    local n=h264_$1
+    enc "$n.h264" -f lavfi -i "$(vsrc "$1" 25 1)" -frames:v 2 \
+        -c:v libx264 -preset medium -pix_fmt yuv420p -crf 51 -f h264
+    python3 extract_h264_params.py "$n.h264" "$n"
+}
+h264_raw 176x144
+h264_raw 1920x1080
+{
+    echo "# file width height (display size after cropping; from the SPS)"
+    for n in h264_176x144 h264_1920x1080; do
+        w=$(ffprobe -v error -select_streams v:0 -show_entries stream=width  -of csv=p=0 "$n.h264")
+        h=$(ffprobe -v error -select_streams v:0 -show_entries stream=height -of csv=p=0 "$n.h264")
+        for f in "$n.h264" "$n.sps.bin"; do echo "$f $w $h"; done
+    done
+} > h264.expected.txt
+
+############################################################ raw MPEG audio
+# 0.5 s each; no ID3v2 tag and no Xing/Info frame, so byte 0 is a frame header.
+MP3_OPTS=(-c:a libmp3lame -write_xing 0 -id3v2_version 0 -write_id3v1 0 -f mp3)
+enc mp3_44100_stereo.mp3 -f lavfi -i "$(stereo 44100 0.5)" \
+    -ar 44100 -ac 2 -b:a 128k "${MP3_OPTS[@]}"            # MPEG-1 Layer III
+enc mp3_22050_mono.mp3 -f lavfi -i "$(mono 22050 0.5)" \
+    -ar 22050 -ac 1 -b:a 32k "${MP3_OPTS[@]}"             # MPEG-2 Layer III
+enc mp3_8000_mono.mp3 -f lavfi -i "$(mono 8000 0.5)" \
+    -ar 8000 -ac 1 -b:a 16k "${MP3_OPTS[@]}"              # MPEG-2.5 Layer III
+enc mp2_48000.mp2 -f lavfi -i "$(stereo 48000 0.5)" \
+    -c:a mp2 -ar 48000 -ac 2 -b:a 192k -f mp2             # MPEG-1 Layer II
+enc mp2_24000.mp2 -f lavfi -i "$(mono 24000 0.5)" \
+    -c:a mp2 -ar 24000 -ac 1 -b:a 64k -f mp2              # MPEG-2 Layer II
+
+echo "done: $(du -sh "$OUT" | cut -f1) in $OUT"

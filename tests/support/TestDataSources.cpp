@@ -1,0 +1,68 @@
+#include "TestDataSources.h"
+
+#include <algorithm>
+
+#ifndef ZIRK_TESTDATA_DIR
+#error "ZIRK_TESTDATA_DIR must be defined by the build"
+#endif
+
+namespace android {
+namespace test {
+
+std::vector<uint8_t> readFileBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string testdataPath(const std::string& name) {
+    return std::string(ZIRK_TESTDATA_DIR) + "/" + name;
+}
+
+ssize_t MemorySource::readAt(off64_t offset, void* data, size_t size) {
+    if (offset < 0) return ERROR_IO;
+    if (static_cast<uint64_t>(offset) >= mBytes.size()) return 0;
+    size_t n = std::min(size, mBytes.size() - static_cast<size_t>(offset));
+    memcpy(data, mBytes.data() + offset, n);
+    return static_cast<ssize_t>(n);
+}
+
+ssize_t PiecewiseSource::readAt(off64_t offset, void* data, size_t size) {
+    size_t done = 0;
+    while (done < size) {
+        size_t want = std::min(mPieceSize, size - done);
+        ssize_t n = MemorySource::readAt(offset + static_cast<off64_t>(done),
+                                         static_cast<uint8_t*>(data) + done, want);
+        if (n < 0) return done ? static_cast<ssize_t>(done) : n;
+        if (n == 0) break;
+        done += static_cast<size_t>(n);
+    }
+    return static_cast<ssize_t>(done);
+}
+
+ssize_t FaultySource::readAt(off64_t offset, void* data, size_t size) {
+    if (offset < 0) return ERROR_IO;
+    uint64_t begin = static_cast<uint64_t>(offset);
+    bool touches = mMode != kNone && size > 0 && begin + size > mFaultOffset;
+    if (!touches) return MemorySource::readAt(offset, data, size);
+    switch (mMode) {
+        case kShortRead: {
+            if (begin >= mFaultOffset) return 0;
+            return MemorySource::readAt(offset, data, static_cast<size_t>(mFaultOffset - begin));
+        }
+        case kNegativeRead:
+            return ERROR_IO;
+        case kZeroRead:
+            return 0;
+        case kNone:
+            break;
+    }
+    return MemorySource::readAt(offset, data, size);
+}
+
+status_t FaultySource::getSize(off64_t* size) {
+    if (!mSizeKnown) return ERROR_UNSUPPORTED;
+    return MemorySource::getSize(size);
+}
+
+}  // namespace test
+}  // namespace android

@@ -1,0 +1,76 @@
+// DataSources for tests: bytes in memory, a file read back in small odd-sized
+// pieces, and a source that injects faults (short reads, failed reads,
+// unknown size) at chosen offsets. All are safe for concurrent readAt.
+#ifndef ZIRK_TEST_DATA_SOURCES_H_
+#define ZIRK_TEST_DATA_SOURCES_H_
+
+#include <stdint.h>
+#include <string.h>
+
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <media/stagefright/DataSource.h>
+
+namespace android {
+namespace test {
+
+std::vector<uint8_t> readFileBytes(const std::string& path);
+
+// The bundled test media folder (set by the build).
+std::string testdataPath(const std::string& name);
+
+class MemorySource : public DataSource {
+public:
+    explicit MemorySource(std::vector<uint8_t> bytes) : mBytes(std::move(bytes)) {}
+    status_t initCheck() const override { return OK; }
+    ssize_t readAt(off64_t offset, void* data, size_t size) override;
+    status_t getSize(off64_t* size) override {
+        *size = static_cast<off64_t>(mBytes.size());
+        return OK;
+    }
+    const std::vector<uint8_t>& bytes() const { return mBytes; }
+
+protected:
+    std::vector<uint8_t> mBytes;
+};
+
+// Serves every readAt by copying from memory in pieces of `pieceSize` bytes
+// (odd sizes exercise callers that assume one large copy), and counts reads.
+class PiecewiseSource : public MemorySource {
+public:
+    PiecewiseSource(std::vector<uint8_t> bytes, size_t pieceSize)
+        : MemorySource(std::move(bytes)), mPieceSize(pieceSize ? pieceSize : 1) {}
+    ssize_t readAt(off64_t offset, void* data, size_t size) override;
+
+private:
+    size_t mPieceSize;
+};
+
+// Faults are keyed by the read's offset range: any read touching a byte at or
+// past `faultOffset` is answered per `mode`.
+class FaultySource : public MemorySource {
+public:
+    enum Mode {
+        kNone,
+        kShortRead,     // returns fewer bytes than asked (stops at faultOffset)
+        kNegativeRead,  // returns ERROR_IO
+        kZeroRead,      // returns 0
+    };
+    FaultySource(std::vector<uint8_t> bytes, Mode mode, uint64_t faultOffset, bool sizeKnown = true)
+        : MemorySource(std::move(bytes)), mMode(mode), mFaultOffset(faultOffset), mSizeKnown(sizeKnown) {}
+    ssize_t readAt(off64_t offset, void* data, size_t size) override;
+    status_t getSize(off64_t* size) override;
+
+private:
+    Mode mMode;
+    uint64_t mFaultOffset;
+    bool mSizeKnown;
+};
+
+}  // namespace test
+}  // namespace android
+
+#endif
