@@ -30,15 +30,41 @@ bool GetMPEGAudioFrameSize(uint32_t header, size_t* frameSize, int* sampleRate =
                            int* channels = nullptr, int* bitrate = nullptr,
                            int* samplesPerFrame = nullptr);
 
-// Inspects an H.263 picture header (or an MPEG-4 short-video header) at the
-// start of `data`. Returns a bit set of the optional coding modes in use
-// (0 for baseline H.263), or a negative value when no picture header is
-// found.
+// Optional coding modes reported by Detect263AdvancedFeatures, one bit each.
+// The first four come from PTYPE bits 10-13 of a baseline picture header or
+// from OPPTYPE bits 5-7 of an extended (PLUSPTYPE) one; the rest exist only
+// in OPPTYPE (bits 8-14).
+enum {
+    kH263UnrestrictedMV = 1 << 0,        // Annex D
+    kH263SyntaxArithmeticCoding = 1 << 1, // Annex E
+    kH263AdvancedPrediction = 1 << 2,    // Annex F
+    kH263PBFrames = 1 << 3,              // Annex G (PTYPE only)
+    kH263AdvancedIntraCoding = 1 << 4,   // Annex I
+    kH263DeblockingFilter = 1 << 5,      // Annex J
+    kH263SliceStructured = 1 << 6,       // Annex K
+    kH263ReferencePictureSelection = 1 << 7, // Annex N
+    kH263IndependentSegmentDecoding = 1 << 8, // Annex R
+    kH263AlternativeInterVLC = 1 << 9,   // Annex S
+    kH263ModifiedQuantization = 1 << 10, // Annex T
+};
+
+// Inspects an H.263 picture header (or an MPEG-4 short-video header). The
+// 22-bit picture start code must begin on one of the first 32 bytes of
+// `data`, byte-aligned (only zero stuffing may precede it in practice).
+// Returns a set of the kH263* bits above (0 for baseline H.263). An
+// extended header whose UFEP is 0 carries no mode information and yields 0.
+// Negative when no start code is found, the header is truncated, or its
+// fixed bits, source format or UFEP hold forbidden or reserved values.
 int Detect263AdvancedFeatures(uint8_t* data, int size);
 
-// Finds the MPEG-4 Visual VOL header in `data` and returns its number of
-// global-motion-compensation warp points (0 when the VOL does not use GMC
-// sprites), or a negative value when no VOL header can be parsed.
+// Finds the first MPEG-4 Visual video_object_layer start code
+// (00 00 01 20..2F) in `data` and parses its header up to the sprite fields.
+// The VOL's version id comes from is_object_layer_identifier, else from a
+// visual object header (00 00 01 B5) earlier in `data`, else 1.
+// Returns no_of_sprite_warping_points (0..63) when sprite_enable is GMC;
+// 0 when sprites are off, for static sprites and for binary-only shapes;
+// negative when there is no VOL start code, the header is truncated, or it
+// holds a zero vop_time_increment_resolution or a reserved sprite_enable.
 int ParseMPEG4GMCWarpPoint(uint8_t* data, int size);
 
 }  // namespace android

@@ -1,0 +1,107 @@
+#include "common/ZIRKCachedFileSource.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <new>
+
+namespace android {
+
+ZIRKCachedFileSource::ZIRKCachedFileSource(const char* path) : mFd(-1), mLength(0), mUseClock(0) {
+    int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return;
+    struct stat st;
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        close(fd);
+        errno = EINVAL;
+        return;
+    }
+    mFd = fd;
+    mLength = st.st_size;
+    // The whole file is read front to back once by most extractors.
+    posix_fadvise(mFd, 0, 0, POSIX_FADV_SEQUENTIAL);
+}
+
+ZIRKCachedFileSource::~ZIRKCachedFileSource() {
+    if (mFd >= 0) close(mFd);
+}
+
+status_t ZIRKCachedFileSource::initCheck() const { return mFd >= 0 ? OK : NO_INIT; }
+
+status_t ZIRKCachedFileSource::getSize(off64_t* size) {
+    if (mFd < 0) return NO_INIT;
+    *size = mLength;
+    return OK;
+}
+
+ssize_t ZIRKCachedFileSource::preadFully(int64_t offset, void* data, size_t size) const {
+    size_t done = 0;
+    while (done < size) {
+        ssize_t n = pread(mFd, static_cast<uint8_t*>(data) + done, size - done,
+                          offset + static_cast<int64_t>(done));
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            if (done > 0) return static_cast<ssize_t>(done);
+            return ERROR_IO;
+        }
+        if (n == 0) break;
+        done += static_cast<size_t>(n);
+    }
+    return static_cast<ssize_t>(done);
+}
+
+ssize_t ZIRKCachedFileSource::readAt(off64_t offset, void* data, size_t size) {
+    if (mFd < 0) return NO_INIT;
+    if (offset < 0) return ERROR_IO;
+    if (offset >= mLength) return 0;
+    size = static_cast<size_t>(std::min<uint64_t>(size, static_cast<uint64_t>(mLength - offset)));
+    if (size >= kDirectReadBytes) return preadFully(offset, data, size);
+
+    std::lock_guard<std::mutex> lock(mLock);
+    uint8_t* out = static_cast<uint8_t*>(data);
+    size_t done = 0;
+    while (done < size) {
+        int64_t at = offset + static_cast<int64_t>(done);
+        Window* hit = nullptr;
+        for (Window& w : mWindows) {
+            if (w.mOffset >= 0 && at >= w.mOffset && static_cast<uint64_t>(at - w.mOffset) < w.mLength) {
+                hit = &w;
+                break;
+            }
+        }
+        if (hit == nullptr) {
+            // Refill the least recently used window starting at this read.
+            Window* victim = &mWindows[0];
+            for (Window& w : mWindows) {
+                if (w.mOffset < 0 || w.mLastUse < victim->mLastUse) victim = &w;
+                if (w.mOffset < 0) break;
+            }
+            if (!victim->mBytes) {
+                victim->mBytes.reset(new (std::nothrow) uint8_t[kWindowBytes]);
+                if (!victim->mBytes) return preadFully(offset, data, size);
+            }
+            ssize_t n = preadFully(at, victim->mBytes.get(), kWindowBytes);
+            if (n <= 0) {
+                victim->mOffset = -1;
+                victim->mLength = 0;
+                if (done > 0) return static_cast<ssize_t>(done);
+                return n < 0 ? n : 0;
+            }
+            victim->mOffset = at;
+            victim->mLength = static_cast<size_t>(n);
+            hit = victim;
+        }
+        hit->mLastUse = ++mUseClock;
+        size_t from = static_cast<size_t>(at - hit->mOffset);
+        size_t take = std::min(size - done, hit->mLength - from);
+        memcpy(out + done, hit->mBytes.get() + from, take);
+        done += take;
+    }
+    return static_cast<ssize_t>(done);
+}
+
+}  // namespace android

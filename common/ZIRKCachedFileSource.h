@@ -1,0 +1,64 @@
+// ZIRKCachedFileSource: a DataSource over a file that makes many small reads
+// cheap. Small reads are served from a few read-ahead windows of the file;
+// reads of at least kDirectReadBytes go straight to the file with pread, into
+// the caller's memory, without a copy. Results are byte-for-byte those of a
+// plain pread of the same range.
+//
+// Memory is bounded: kWindowCount windows of kWindowBytes each, allocated
+// when first used. readAt is safe from several threads at once (one lock
+// guards the windows; direct reads take no lock). Owns the descriptor it
+// opens, closed on destruction. Exported for users of the library.
+#ifndef ZIRK_CACHED_FILE_SOURCE_H_
+#define ZIRK_CACHED_FILE_SOURCE_H_
+
+#include <stdint.h>
+
+#include <memory>
+#include <mutex>
+
+#include <media/stagefright/DataSource.h>
+
+#include "common/ZIRKExport.h"
+
+namespace android {
+
+class ZIRK_EXPORT ZIRKCachedFileSource : public DataSource {
+public:
+    // Windows: one per track read at a time in an interleaved file, plus the
+    // scan's own position, with room to spare.
+    static const size_t kWindowCount = 4;
+    // 256 KiB: a few hundred small audio/video samples per refill, and 1 MiB
+    // for all windows together.
+    static const size_t kWindowBytes = 256 * 1024;
+    // Reads this large gain nothing from a copy through a window.
+    static const size_t kDirectReadBytes = 64 * 1024;
+
+    explicit ZIRKCachedFileSource(const char* path);
+
+    status_t initCheck() const override;
+    ssize_t readAt(off64_t offset, void* data, size_t size) override;
+    status_t getSize(off64_t* size) override;
+
+protected:
+    ~ZIRKCachedFileSource() override;
+
+private:
+    struct Window {
+        std::unique_ptr<uint8_t[]> mBytes;
+        int64_t mOffset = -1;  // file offset of mBytes[0]; -1 while empty
+        size_t mLength = 0;    // valid bytes (fewer at the end of the file)
+        uint64_t mLastUse = 0;
+    };
+
+    ssize_t preadFully(int64_t offset, void* data, size_t size) const;
+
+    int mFd;
+    int64_t mLength;
+    std::mutex mLock;
+    Window mWindows[kWindowCount];
+    uint64_t mUseClock;
+};
+
+}  // namespace android
+
+#endif
