@@ -1,0 +1,160 @@
+#include "fuzz/ZIRKFuzzHarness.h"
+
+#include <stdio.h>
+#include <string.h>
+
+#include <mutex>
+#include <set>
+#include <vector>
+
+#include <log/log.h>
+#include <log/log_host.h>
+#include <media/stagefright/DataSource.h>
+#include <media/stagefright/MediaBuffer.h>
+#include <media/stagefright/MediaExtractor.h>
+#include <media/stagefright/MediaSource.h>
+#include <media/stagefright/MetaData.h>
+#include <media/stagefright/foundation/AMessage.h>
+
+#include "entry/ZIRKExtractorEntry.h"
+
+namespace android {
+namespace fuzz {
+
+namespace {
+
+// Reads per track and pass: enough to walk every sample of any input the
+// fuzzer keeps small, and a bound on the time a long sample table can take.
+const size_t kMaxReadsPerPass = 20000;
+
+// Seek targets in microseconds: the start, inside the first seconds, and far
+// past the end.
+const int64_t kSeekTimesUs[] = {0, 1500000, INT64_C(1) << 40};
+
+class FuzzSource : public DataSource {
+public:
+    FuzzSource(const uint8_t* data, size_t size) : mData(data), mSize(size) {}
+    status_t initCheck() const override { return OK; }
+    ssize_t readAt(off64_t offset, void* out, size_t size) override {
+        if (offset < 0) return ERROR_IO;
+        if (static_cast<uint64_t>(offset) >= mSize) return 0;
+        size_t n = mSize - static_cast<size_t>(offset);
+        if (size < n) n = size;
+        memcpy(out, mData + offset, n);
+        return static_cast<ssize_t>(n);
+    }
+    status_t getSize(off64_t* size) override {
+        *size = static_cast<off64_t>(mSize);
+        return OK;
+    }
+
+private:
+    const uint8_t* mData;
+    size_t mSize;
+};
+
+void throwingAssertHook(void*, const char*, const char* message) {
+    throw FatalCheck{message};
+}
+
+std::string withoutLine(const std::string& message) {
+    // "<source>:<line> CHECK..." → "<source> CHECK...", so one check is one entry.
+    size_t colon = message.find(':');
+    size_t space = message.find(' ', colon == std::string::npos ? 0 : colon);
+    if (colon == std::string::npos || space == std::string::npos) return message;
+    return message.substr(0, colon) + message.substr(space);
+}
+
+void readAll(const sp<MediaSource>& source, const MediaSource::ReadOptions* firstOptions) {
+    const MediaSource::ReadOptions* options = firstOptions;
+    for (size_t i = 0; i < kMaxReadsPerPass; ++i) {
+        MediaBuffer* buffer = nullptr;
+        status_t err = source->read(&buffer, options);
+        options = nullptr;
+        if (buffer != nullptr) {
+            // Touch the range so that a bad one shows up under ASan.
+            const uint8_t* p = static_cast<const uint8_t*>(buffer->data()) + buffer->range_offset();
+            volatile uint8_t sink = 0;
+            if (buffer->range_length() > 0) sink ^= p[0] ^ p[buffer->range_length() - 1];
+            (void)sink;
+            buffer->release();
+        }
+        if (err != OK) break;
+    }
+}
+
+void exercise(const sp<MediaExtractor>& extractor) {
+    sp<MetaData> fileMeta = extractor->getMetaData();
+    size_t count = extractor->countTracks();
+    for (size_t i = 0; i < count; ++i) {
+        sp<MetaData> format = extractor->getTrackMetaData(i, 0);
+        sp<MediaSource> source = extractor->getTrack(i);
+        if (source == nullptr) continue;
+        if (source->start() != OK) continue;
+        sp<MetaData> sourceFormat = source->getFormat();
+        readAll(source, nullptr);
+        for (int mode = MediaSource::ReadOptions::SEEK_PREVIOUS_SYNC;
+             mode <= MediaSource::ReadOptions::SEEK_CLOSEST; ++mode) {
+            for (int64_t t : kSeekTimesUs) {
+                MediaSource::ReadOptions options;
+                options.setSeekTo(t, static_cast<MediaSource::ReadOptions::SeekMode>(mode));
+                readAll(source, &options);
+            }
+        }
+        source->stop();
+    }
+}
+
+}  // namespace
+
+void initHarness() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        zirk_log_set_min_priority(ANDROID_LOG_SILENT);
+        zirk_log_set_assert_hook(&throwingAssertHook, nullptr);
+    });
+}
+
+void noteFatalCheck(const FatalCheck& check) {
+    static std::mutex lock;
+    static std::set<std::string> seen;
+    std::lock_guard<std::mutex> guard(lock);
+    if (seen.insert(withoutLine(check.message)).second) {
+        fprintf(stderr, "[fatal check fired, expected] %s\n", check.message.c_str());
+    }
+}
+
+int runSniffAndCreate(const uint8_t* data, size_t size) {
+    initHarness();
+    try {
+        sp<DataSource> source = new FuzzSource(data, size);
+        String8 mime;
+        float confidence = 0;
+        sp<AMessage> meta = new AMessage;
+        if (!sniffZIRKExtractor(source, &mime, &confidence, &meta)) return 0;
+        sp<MediaExtractor> extractor = getInstance(source, mime.c_str());
+        if (extractor == nullptr) return 0;
+        sp<MetaData> fileMeta = extractor->getMetaData();
+        for (size_t i = 0; i < extractor->countTracks(); ++i) {
+            sp<MetaData> format = extractor->getTrackMetaData(i, 0);
+        }
+    } catch (const FatalCheck& check) {
+        noteFatalCheck(check);
+    }
+    return 0;
+}
+
+int runExtractor(const uint8_t* data, size_t size, const char* containerMime) {
+    initHarness();
+    try {
+        sp<DataSource> source = new FuzzSource(data, size);
+        sp<MediaExtractor> extractor = getInstance(source, containerMime);
+        if (extractor != nullptr) exercise(extractor);
+    } catch (const FatalCheck& check) {
+        noteFatalCheck(check);
+    }
+    return 0;
+}
+
+}  // namespace fuzz
+}  // namespace android

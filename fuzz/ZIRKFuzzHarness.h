@@ -1,0 +1,44 @@
+// Shared driver of the fuzz targets. Each target is one small file that calls
+// one of these with the fuzzer's input.
+//
+// Fatal checks: the library ends the process on the checks the platform's
+// extractors had; under fuzzing such a check is an expected outcome, not a
+// finding. The harness installs an assert hook that throws FatalCheck out of
+// __android_log_assert; the target catches it, records which check fired (by
+// its message without the line number) and goes on with the next input.
+// Every other crash, sanitizer report, leak, slow input or memory blow-up is
+// a finding.
+#ifndef ZIRK_FUZZ_HARNESS_H_
+#define ZIRK_FUZZ_HARNESS_H_
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <string>
+
+namespace android {
+namespace fuzz {
+
+struct FatalCheck {
+    std::string message;
+};
+
+// Installs the throwing assert hook and silences the logger. Idempotent.
+void initHarness();
+
+// Records a fired check; prints it to stderr the first time it is seen.
+void noteFatalCheck(const FatalCheck& check);
+
+// Sniffs the input, then builds the extractor for the sniffed type and lists
+// its tracks and formats.
+int runSniffAndCreate(const uint8_t* data, size_t size);
+
+// Forces the extractor for `containerMime`, lists every track and format,
+// reads every track to the end, then seeks in each of the four modes and
+// reads again.
+int runExtractor(const uint8_t* data, size_t size, const char* containerMime);
+
+}  // namespace fuzz
+}  // namespace android
+
+#endif
