@@ -26,15 +26,16 @@ loop() {  # loop IN OUT TIMES
 
 for c in "${containers[@]}"; do
   case $c in
-    flv) vc=libx264 ac=aac ;;
-    avi) vc=mpeg4 ac=libmp3lame ;;
+    flv) vc=libx264 ac=aac loops=12 ;;
+    # AVI past 1 GiB, so that the file carries OpenDML indexes (AVIX parts).
+    avi) vc=mpeg4 ac=libmp3lame loops=14 ;;
     *) echo "no benchmark inputs for container '$c' yet" >&2; continue ;;
   esac
   ext=$c
   if [[ ! -s $dir/large_$c.$ext ]]; then
     clip "$dir/clip_large_$c.$ext" 1280x720 10M 128k 60 $vc $ac
-    # 60 s at ~10.1 Mb/s is ~76 MB; 13 copies make ~1 GB.
-    loop "$dir/clip_large_$c.$ext" "$dir/large_$c.$ext" 12
+    # 60 s at ~10.1 Mb/s is ~76 MB; 13 copies make ~1 GB, 15 ~1.15 GB.
+    loop "$dir/clip_large_$c.$ext" "$dir/large_$c.$ext" "$loops"
     rm -f "$dir/clip_large_$c.$ext"
   fi
   if [[ ! -s $dir/small_$c.$ext ]]; then
