@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Runs one fuzz target for SECONDS with its seeds and dictionary.
+# Usage: fuzz/run.sh TARGET SECONDS [extra libFuzzer flags...]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+target=$1
+seconds=$2
+shift 2
+bin=${BUILD_DIR:-build-fuzz}/fuzz/fuzz_$target
+[[ -x $bin ]] || { echo "no $bin: build with -DZIRK_BUILD_FUZZERS=ON (see fuzz/README.md)" >&2; exit 1; }
+work=fuzz/corpus-work/$target
+mkdir -p "$work/corpus"
+case $target in
+  flv) seeds=(testdata/*.flv) ;;
+  avi) seeds=(testdata/*.avi) ;;
+  entry) seeds=(testdata/*.flv testdata/*.avi) ;;
+  codec_helpers) seeds=(testdata/*.h264 testdata/*.bin testdata/*.mp3 testdata/*.mp2) ;;
+  *) seeds=() ;;
+esac
+for s in "${seeds[@]}" fuzz/regressions/"$target"/*; do
+  [[ -f $s ]] && cp -n "$s" "$work/corpus/" 2>/dev/null || true
+done
+dict=()
+[[ -f fuzz/dict/$target.dict ]] && dict=(-dict=fuzz/dict/$target.dict)
+cd "$work"
+exec "../../../$bin" corpus "${dict[@]/#-dict=/-dict=../../../}" -max_total_time="$seconds" -timeout=2 \
+  -rss_limit_mb=512 -malloc_limit_mb=512 -print_final_stats=1 "$@"
