@@ -21,8 +21,9 @@ typedef void (*zirk_log_capture_fn)(void* cookie, int prio, const char* tag, con
 void zirk_log_set_capture(zirk_log_capture_fn fn, void* cookie);
 
 // Called by __android_log_assert with the formatted message before the
-// process aborts. A hook may leave by longjmp (fuzz builds do); if it
-// returns, the process aborts as on the platform.
+// process aborts. A hook may leave by throwing (the fuzz harness does, so
+// that the stack unwinds and nothing leaks); if it returns, the process
+// aborts as on the platform.
 typedef void (*zirk_assert_hook_fn)(void* cookie, const char* tag, const char* message);
 void zirk_log_set_assert_hook(zirk_assert_hook_fn fn, void* cookie);
 
