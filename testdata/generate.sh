@@ -158,6 +158,20 @@ h264_raw 1920x1080
     done
 } > h264.expected.txt
 
+############################################################ raw H.263+
+# One intra picture with an extended (PLUSPTYPE) header whose OPPTYPE turns
+# on UMV, advanced prediction, AIC, deblocking, slices, AIV and modified
+# quantisation (ffmpeg -debug pict reports "AP UMV + AIC AIV MQ LOOP SS").
+"${FF[@]}" -f lavfi -i "$(vsrc 176x144 25 0.04)" -frames:v 1 \
+    -c:v h263p -umv 1 -aiv 1 -obmc 1 -structured_slices 1 -flags +aic+loop \
+    "${BX[@]}" -f h263 h263p_qcif_annexes.h263
+
+############################################################ MP4 esds
+# 0.1 s of AAC LC mono in MP4: its esds box uses 4-byte descriptor lengths
+# (80 80 80 nn) and carries a 5-byte AudioSpecificConfig.
+"${FF[@]}" -f lavfi -i "$(mono 44100 0.1)" -c:a aac -ac 1 -b:a 32k \
+    "${BX[@]}" -f mp4 aac_mono_44100.m4a
+
 ############################################################ raw MPEG audio
 # 0.5 s each; no ID3v2 tag and no Xing/Info frame, so byte 0 is a frame header.
 MP3_OPTS=(-c:a libmp3lame -write_xing 0 -id3v2_version 0 -write_id3v1 0 -f mp3)

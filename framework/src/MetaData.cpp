@@ -77,7 +77,12 @@ bool MetaData::findCString(uint32_t key, const char** value) const {
     uint32_t type;
     const void* data;
     size_t size;
-    if (!findData(key, &type, &data, &size) || type != TYPE_C_STRING || size == 0) return false;
+    // A C string value carries its terminator; one stored through setData
+    // without it is not handed out as a C string.
+    if (!findData(key, &type, &data, &size) || type != TYPE_C_STRING || size == 0 ||
+        static_cast<const char*>(data)[size - 1] != '\0') {
+        return false;
+    }
     *value = static_cast<const char*>(data);
     return true;
 }

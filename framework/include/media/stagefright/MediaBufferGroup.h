@@ -2,7 +2,8 @@
 // acquire_buffer blocks until a buffer is free; a buffer comes back when its
 // holder calls release(), from any thread. Deleting the group deletes its
 // free buffers; a buffer still held then is detached and deletes itself on
-// its final release.
+// its final release. The group must not be deleted while another thread is
+// inside a buffer's release().
 #ifndef MEDIA_BUFFER_GROUP_H_
 #define MEDIA_BUFFER_GROUP_H_
 
