@@ -7,7 +7,6 @@
 #include <media/stagefright/foundation/ABuffer.h>
 #include <media/stagefright/foundation/avc_utils.h>
 
-#include "fuzz/ZIRKFuzzHarness.h"
 
 using namespace android;
 
@@ -15,7 +14,6 @@ using namespace android;
 static const size_t kMaxHeaderWindows = 4096;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    fuzz::initHarness();
     // Exact-size copies, so that any over-read is outside an allocation.
     std::vector<uint8_t> copy(data, data + size);
 

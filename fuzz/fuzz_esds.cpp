@@ -1,10 +1,8 @@
 // The ES-descriptor parser on untrusted bytes.
 #include <media/stagefright/foundation/ESDS.h>
 
-#include "fuzz/ZIRKFuzzHarness.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    android::fuzz::initHarness();
     android::ESDS esds(data, size);
     uint8_t objectType;
     const void* csd;
