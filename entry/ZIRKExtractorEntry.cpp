@@ -9,7 +9,9 @@
 #include <media/stagefright/MediaDefs.h>
 #include <utils/Log.h>
 
+#include "avi/ZIRKAVIExtractor.h"
 #include "entry/ZIRKPendingDemuxers.h"
+#include "flv/ZIRKFLVExtractor.h"
 
 namespace android {
 
@@ -58,13 +60,13 @@ MediaExtractor* getInstance(const sp<DataSource>& source, const char* containerM
         return createASFExtractor(source);
     }
     if (!strcasecmp(containerMime, MEDIA_MIMETYPE_CONTAINER_AVI)) {
-        return createAVIExtractor(source);
+        return new ZIRKAVIExtractor(source);
     }
     if (!strcasecmp(containerMime, MEDIA_MIMETYPE_CONTAINER_MOV)) {
         return createMOVExtractor(source);
     }
     if (!strcasecmp(containerMime, MEDIA_MIMETYPE_CONTAINER_FLV)) {
-        return createFLVExtractor(source);
+        return new ZIRKFLVExtractor(source);
     }
     if (!strcasecmp(containerMime, MEDIA_MIMETYPE_CONTAINER_REALMEDIA)) {
         pthread_mutex_lock(&gRealMediaLock);

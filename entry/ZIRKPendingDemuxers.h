@@ -14,14 +14,10 @@ namespace android {
 inline bool SniffASF(const sp<DataSource>&, String8*, float*, sp<AMessage>*) { return false; }
 inline MediaExtractor* createASFExtractor(const sp<DataSource>&) { return nullptr; }
 
-inline bool ZIRKSniffAVI(const sp<DataSource>&, String8*, float*, sp<AMessage>*) { return false; }
-inline MediaExtractor* createAVIExtractor(const sp<DataSource>&) { return nullptr; }
 
 inline bool ZIRKSniffMOV(const sp<DataSource>&, String8*, float*, sp<AMessage>*) { return false; }
 inline MediaExtractor* createMOVExtractor(const sp<DataSource>&) { return nullptr; }
 
-inline bool ZIRKSniffFLV(const sp<DataSource>&, String8*, float*, sp<AMessage>*) { return false; }
-inline MediaExtractor* createFLVExtractor(const sp<DataSource>&) { return nullptr; }
 
 }  // namespace android
 

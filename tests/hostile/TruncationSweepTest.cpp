@@ -32,6 +32,8 @@ struct MediaFile {
     const char* containerMime;
 };
 
+void PrintTo(const MediaFile& file, std::ostream* os) { *os << file.name; }
+
 std::vector<MediaFile> testFiles() {
     std::vector<MediaFile> files;
     DIR* dir = opendir(test::testdataPath("").c_str());

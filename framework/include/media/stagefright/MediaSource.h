@@ -35,7 +35,9 @@ public:
     virtual status_t setStopTimeUs(int64_t /*stopTimeUs*/) { return ERROR_UNSUPPORTED; }
 
     struct ReadOptions {
-        enum SeekMode {
+        // Fixed underlying type: a mode value outside the four is still a
+        // valid value, which a source must be able to receive and reject.
+        enum SeekMode : int32_t {
             SEEK_PREVIOUS_SYNC = 0,
             SEEK_NEXT_SYNC = 1,
             SEEK_CLOSEST_SYNC = 2,

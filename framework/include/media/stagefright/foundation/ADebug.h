@@ -26,7 +26,12 @@
 
 namespace android {
 
-// Empty when the comparison holds; otherwise "<a> vs. <b>".
+// Empty when the comparison holds; otherwise "<a> vs. <b>". Checks compare
+// fields of mixed signedness exactly as their messages spell them (an
+// unsigned header field against an int literal), so sign-compare warnings
+// are off inside the helpers.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wsign-compare"
 #define ZIRK_MAKE_COMPARE(suffix, op)                                       \
     template <class A, class B>                                             \
     AString Compare_##suffix(const A& a, const B& b) {                      \
@@ -47,6 +52,7 @@ ZIRK_MAKE_COMPARE(GE, >=)
 ZIRK_MAKE_COMPARE(GT, >)
 
 #undef ZIRK_MAKE_COMPARE
+#pragma GCC diagnostic pop
 
 // Formats "<source>:<line><rest>" and aborts through __android_log_assert.
 [[noreturn]] void zirkCheckFailed(const char* tag, const char* source, int line,

@@ -1,0 +1,1131 @@
+#define LOG_TAG "ZIRKAVIExtractor"
+#define CHECK_SOURCE_PATH "avi/ZIRKAVIExtractor"
+
+#include "avi/ZIRKAVIExtractor.h"
+
+#include <math.h>
+#include <string.h>
+#include <strings.h>
+
+#include <media/stagefright/MediaDefs.h>
+#include <media/stagefright/MediaErrors.h>
+#include <media/stagefright/Utils.h>
+#include <media/stagefright/foundation/ADebug.h>
+#include <media/stagefright/foundation/avc_utils.h>
+#include <utils/Log.h>
+
+#include "common/ZIRKByteReader.h"
+#include "common/ZIRKMetaKeys.h"
+#include "common/ZIRKSafeMath.h"
+
+namespace android {
+
+namespace {
+
+// Deepest RIFF list nesting the walk follows. Muxers write 4 levels
+// (RIFF > hdrl > strl > chunk); the cap only bounds the walk's own memory on
+// crafted input, it is not a recursion limit (the walk is iterative).
+constexpr size_t kMaxListDepth = 4096;
+
+// Largest chunk read whole into memory (stream formats, OpenDML indexes,
+// first video frames). Far above any real header or index chunk; it bounds
+// the allocation when the source cannot tell its size.
+constexpr int64_t kMaxWholeReadBytes = 64 * 1024 * 1024;
+
+// idx1 is streamed in blocks of this many bytes (a multiple of the 16-byte
+// entry), so a large index never needs one large allocation.
+constexpr size_t kIndexReadBlockBytes = 16 * 65536;
+
+// Most index entries accepted over all tracks: 16M entries (a 256 MiB table)
+// is more than a day of 60 fps video plus audio. Files of known size are also
+// held to one entry per 8 bytes of file (the smallest index entry).
+constexpr uint64_t kMaxSamples = 16 * 1024 * 1024;
+
+// Chunk headers probed by the fixed-size-audio averaging pass: samples 0..256.
+constexpr uint32_t kMaxAveragedChunks = 256;
+
+// Only the first 20 key frames compete to be the thumbnail.
+constexpr uint32_t kThumbnailCandidates = 20;
+
+constexpr uint32_t kIndexFlagKeyFrame = 0x10;
+
+constexpr size_t kStreamHeaderSize = 56;
+constexpr size_t kMaxStreams = 100;
+constexpr size_t kBitmapInfoHeaderSize = 40;
+constexpr size_t kWaveFormatSize = 16;
+
+const char* const kVersion = "QVX_libaviextractor_Rev10016_build_on_Nov 21 2013";
+
+constexpr uint32_t fourcc(char a, char b, char c, char d) {
+    return (static_cast<uint32_t>(static_cast<uint8_t>(a)) << 24) |
+           (static_cast<uint32_t>(static_cast<uint8_t>(b)) << 16) |
+           (static_cast<uint32_t>(static_cast<uint8_t>(c)) << 8) | static_cast<uint8_t>(d);
+}
+
+// The MIME strings are the framework's imported variables, so the table keeps
+// their addresses and reads them at look-up time, never at static init.
+struct VideoCodec {
+    uint32_t mFourcc;
+    const char* const* mMime;
+};
+
+const VideoCodec kVideoCodecs[] = {
+    {fourcc('3', 'I', 'V', '2'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('3', 'i', 'v', '2'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('B', 'L', 'Z', '0'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('D', 'I', 'G', 'I'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('D', 'I', 'V', '1'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('D', 'I', 'V', 'X'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('D', 'X', '5', '0'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('D', 'X', 'G', 'M'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('E', 'M', '4', 'A'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('E', 'P', 'H', 'V'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('F', 'M', 'P', '4'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('F', 'V', 'F', 'W'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('H', 'D', 'X', '4'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('M', '4', 'C', 'C'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('M', '4', 'S', '2'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('M', 'P', '4', 'S'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('M', 'P', '4', 'V'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('M', 'V', 'X', 'M'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('R', 'M', 'P', '4'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('S', 'E', 'D', 'G'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('S', 'M', 'P', '4'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('U', 'M', 'P', '4'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('W', 'V', '1', 'F'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('X', 'V', 'I', 'D'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('X', 'V', 'I', 'X'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('X', 'v', 'i', 'D'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('d', 'i', 'v', '1'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('d', 'i', 'v', 'x'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('d', 'x', '5', '0'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('f', 'm', 'p', '4'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('h', 'd', 'x', '4'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('m', '4', 's', '2'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('m', 'p', '4', 's'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('m', 'p', '4', 'v'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('x', 'v', 'i', 'd'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
+    {fourcc('H', '2', '6', '4'), &MEDIA_MIMETYPE_VIDEO_AVC},
+    {fourcc('a', 'v', 'c', '1'), &MEDIA_MIMETYPE_VIDEO_AVC},
+    {fourcc('d', 'a', 'v', 'c'), &MEDIA_MIMETYPE_VIDEO_AVC},
+    {fourcc('v', 's', 's', 'h'), &MEDIA_MIMETYPE_VIDEO_AVC},
+    {fourcc('x', '2', '6', '4'), &MEDIA_MIMETYPE_VIDEO_AVC},
+    {fourcc('H', '2', '6', '3'), &MEDIA_MIMETYPE_VIDEO_H263},
+    {fourcc('M', 'J', 'P', 'G'), &MEDIA_MIMETYPE_VIDEO_MJPEG},
+    {fourcc('m', 'j', 'p', 'g'), &MEDIA_MIMETYPE_VIDEO_MJPEG},
+    {fourcc('D', 'I', 'V', '3'), &MEDIA_MIMETYPE_VIDEO_DIVX3},
+    {fourcc('M', 'P', '4', '3'), &MEDIA_MIMETYPE_VIDEO_DIVX3},
+    {fourcc('M', 'P', 'G', '2'), &MEDIA_MIMETYPE_VIDEO_MPEG2},
+    {fourcc('m', 'p', 'g', '2'), &MEDIA_MIMETYPE_VIDEO_MPEG2},
+    {fourcc('W', 'M', 'V', '1'), &MEDIA_MIMETYPE_VIDEO_WMV1},
+    {fourcc('w', 'm', 'v', '1'), &MEDIA_MIMETYPE_VIDEO_WMV1},
+    {fourcc('W', 'M', 'V', '2'), &MEDIA_MIMETYPE_VIDEO_WMV2},
+    {fourcc('w', 'm', 'v', '2'), &MEDIA_MIMETYPE_VIDEO_WMV2},
+    {fourcc('W', 'M', 'V', '3'), &MEDIA_MIMETYPE_VIDEO_WMV3},
+    {fourcc('w', 'm', 'v', '3'), &MEDIA_MIMETYPE_VIDEO_WMV3},
+    {fourcc('W', 'V', 'C', '1'), &MEDIA_MIMETYPE_VIDEO_WVC1},
+    {fourcc('V', 'P', '8', '0'), &MEDIA_MIMETYPE_VIDEO_VPX},
+};
+
+const char* videoMimeForFourcc(uint32_t code) {
+    for (const VideoCodec& c : kVideoCodecs) {
+        if (c.mFourcc == code) return *c.mMime;
+    }
+    return nullptr;
+}
+
+const char* const kVideoUnknownMime = "video/unknown";
+const char* const kOctetStreamMime = "application/octet-stream";
+
+const int32_t kAACSampleRates[] = {96000, 88200, 64000, 48000, 44100, 32000,
+                                   24000, 22050, 16000, 12000, 11025, 8000};
+
+bool isDigit(uint8_t c) { return c >= '0' && c <= '9'; }
+
+// The stream number in the first two characters of a chunk identifier.
+bool streamNumber(uint32_t chunkType, uint32_t* number) {
+    uint8_t tens = chunkType >> 24;
+    uint8_t units = (chunkType >> 16) & 0xFF;
+    if (!isDigit(tens) || !isDigit(units)) return false;
+    *number = (tens - '0') * 10 + (units - '0');
+    return true;
+}
+
+bool isVideoMime(const char* mime) { return mime && !strncasecmp(mime, "video/", 6); }
+
+// A double estimate turned into an unsigned 32-bit count. The estimates divide
+// by an average that a one-chunk track leaves as 0/0; NaN, negative and
+// oversized values would make the plain conversion undefined, so they are
+// pinned to 0 and UINT32_MAX.
+uint32_t saturateToU32(double v) {
+    if (!(v > 0.0)) return 0;
+    if (v >= 4294967295.0) return UINT32_MAX;
+    return static_cast<uint32_t>(v);
+}
+
+int64_t saturateToI64(__int128 v) {
+    if (v > INT64_MAX) return INT64_MAX;
+    if (v < INT64_MIN) return INT64_MIN;
+    return static_cast<int64_t>(v);
+}
+
+status_t shortReadStatus(ssize_t n) { return n < 0 ? static_cast<status_t>(n) : ERROR_MALFORMED; }
+
+// Descriptor length as this system writes it: least significant 7-bit group
+// first, each group but the last with the continuation bit.
+size_t descriptorLengthBytes(size_t value) {
+    size_t n = 1;
+    while (value > 127) {
+        value >>= 7;
+        ++n;
+    }
+    return n;
+}
+
+uint8_t* writeDescriptorLength(uint8_t* out, size_t value) {
+    while (value > 127) {
+        *out++ = static_cast<uint8_t>((value & 0x7F) | 0x80);
+        value >>= 7;
+    }
+    *out++ = static_cast<uint8_t>(value);
+    return out;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// Extractor object
+
+ZIRKAVIExtractor::ZIRKAVIExtractor(const sp<DataSource>& dataSource)
+    : mDataSource(dataSource),
+      mInitCheck(NO_INIT),
+      mMovieOffset(0),
+      mFoundIndex(false),
+      mOffsetsAreAbsolute(false),
+      mFileSize(-1),
+      mSampleLimit(kMaxSamples),
+      mTotalSamples(0) {
+    mInitCheck = parseHeaders();
+    if (mInitCheck != OK) mTracks.clear();
+}
+
+ZIRKAVIExtractor::~ZIRKAVIExtractor() {}
+
+size_t ZIRKAVIExtractor::countTracks() { return mTracks.size(); }
+
+sp<MetaData> ZIRKAVIExtractor::getTrackMetaData(size_t index, uint32_t /*flags*/) {
+    if (index >= mTracks.size()) return nullptr;
+    return mTracks[index].mMeta;
+}
+
+sp<MetaData> ZIRKAVIExtractor::getMetaData() {
+    sp<MetaData> meta = new MetaData;
+    if (mInitCheck == OK) meta->setCString(kKeyMIMEType, MEDIA_MIMETYPE_CONTAINER_AVI);
+    return meta;
+}
+
+sp<MediaSource> ZIRKAVIExtractor::getTrack(size_t index) {
+    if (index >= mTracks.size()) return nullptr;
+    return new AVISource(this, index);
+}
+
+// ---------------------------------------------------------------------------
+// RIFF walk
+
+status_t ZIRKAVIExtractor::parseHeaders() {
+    mTracks.clear();
+    mMovieOffset = 0;
+    mFoundIndex = false;
+    mOffsetsAreAbsolute = false;
+    mTotalSamples = 0;
+    mSampleLimit = kMaxSamples;
+    mFileSize = -1;
+    off64_t fileSize;
+    if (mDataSource->getSize(&fileSize) == OK && fileSize >= 0) {
+        mFileSize = fileSize;
+        uint64_t bySize = static_cast<uint64_t>(fileSize) / 8;
+        if (bySize < mSampleLimit) mSampleLimit = bySize;
+    }
+
+    int32_t res = parseChunk(0, -1, 0);
+    if (res < 0) return res;
+    if (mMovieOffset == 0) return ERROR_MALFORMED;
+    if (!mFoundIndex) return ERROR_MALFORMED;
+    return OK;
+}
+
+// Walks the chunk at `offset` and, for lists, all chunks below it. The walk
+// keeps the open lists on a heap stack instead of recursing, so a crafted
+// file cannot exhaust the thread's stack however deep it nests.
+int32_t ZIRKAVIExtractor::parseChunk(int64_t offset, int64_t size, int depth) {
+    struct OpenList {
+        int64_t mEnd;      // first byte after the list's data
+        int64_t mPos;      // next sub-chunk
+        int64_t mRounded;  // bytes the list occupies in its parent
+        int mDepth;        // depth of its sub-chunks
+    };
+    Vector<OpenList> open;
+    int64_t rootRounded = -1;
+
+    for (;;) {
+        // Visit one chunk.
+        if (size >= 0 && size < 8) return ERROR_MALFORMED;
+        uint8_t header[8];
+        ssize_t n = mDataSource->readAt(offset, header, sizeof(header));
+        if (n < static_cast<ssize_t>(sizeof(header))) return shortReadStatus(n);
+        uint32_t id = U32_AT(header);
+        uint32_t chunkSize = U32LE_AT(header + 4);
+        if (size >= 0 && size < static_cast<int64_t>(chunkSize) + 8) return ERROR_MALFORMED;
+        int64_t rounded = static_cast<int64_t>(chunkSize) + (chunkSize & 1) + 8;
+        if (rootRounded < 0) rootRounded = rounded;
+
+        bool descended = false;
+        if (id == fourcc('R', 'I', 'F', 'F') || id == fourcc('L', 'I', 'S', 'T')) {
+            if (size >= 0 && size < 12) return ERROR_MALFORMED;
+            uint8_t listType[4];
+            n = mDataSource->readAt(offset + 8, listType, sizeof(listType));
+            if (n < static_cast<ssize_t>(sizeof(listType))) return shortReadStatus(n);
+            if (U32_AT(listType) == fourcc('m', 'o', 'v', 'i')) {
+                mMovieOffset = offset;
+            } else {
+                if (open.size() >= kMaxListDepth) return ERROR_MALFORMED;
+                OpenList list = {offset + 8 + static_cast<int64_t>(chunkSize), offset + 12, rounded,
+                                 depth + 1};
+                if (open.add(list) < 0) return NO_MEMORY;
+                descended = true;
+            }
+        } else {
+            status_t err = parseLeafChunk(id, offset + 8, chunkSize);
+            if (err < 0) return err;
+        }
+
+        if (!descended) {
+            if (open.isEmpty()) break;  // the root chunk was not a list
+            open.editTop().mPos += rounded;
+        }
+
+        // Find the next chunk to visit: the next sub-chunk of the innermost
+        // list that has room for one; finished lists advance their parent.
+        // A trailing stretch of 8 bytes or fewer ends a list.
+        bool haveNext = false;
+        while (!open.isEmpty()) {
+            OpenList& top = open.editTop();
+            if (top.mPos + 8 < top.mEnd) {
+                offset = top.mPos;
+                size = top.mEnd - top.mPos;
+                depth = top.mDepth;
+                haveNext = true;
+                break;
+            }
+            int64_t finished = top.mRounded;
+            open.pop();
+            if (!open.isEmpty()) open.editTop().mPos += finished;
+        }
+        if (!haveNext) break;
+    }
+    // Only the sign of the root's result is looked at; a RIFF chunk of 2 GiB
+    // or more saturates rather than turning negative.
+    return rootRounded > INT32_MAX ? INT32_MAX : static_cast<int32_t>(rootRounded);
+}
+
+status_t ZIRKAVIExtractor::parseLeafChunk(uint32_t id, int64_t dataOffset, uint32_t chunkSize) {
+    switch (id) {
+        case fourcc('s', 't', 'r', 'h'):
+            return parseStreamHeader(dataOffset, chunkSize);
+        case fourcc('s', 't', 'r', 'f'):
+            return parseStreamFormat(dataOffset, chunkSize);
+        case fourcc('i', 'n', 'd', 'x'):
+            return parseSuperIndex(dataOffset, chunkSize);
+        case fourcc('i', 'd', 'x', '1'):
+            if (!mFoundIndex) return parseIndex(dataOffset, chunkSize);
+            return OK;
+        default:
+            return OK;
+    }
+}
+
+// Reads `size` bytes at `offset` into a new buffer. Sizes come from the file,
+// so they are held to the file's end (when known) and to kMaxWholeReadBytes
+// before anything is allocated; a size past the end fails as the short read
+// it would have been.
+status_t ZIRKAVIExtractor::readWhole(int64_t offset, int64_t size, sp<ABuffer>* out) {
+    if (offset < 0 || size < 0 || size > kMaxWholeReadBytes) return ERROR_MALFORMED;
+    if (mFileSize >= 0 && (offset > mFileSize || size > mFileSize - offset)) return ERROR_MALFORMED;
+    sp<ABuffer> buffer = new ABuffer(static_cast<size_t>(size));
+    if (size > 0 && buffer->base() == nullptr) return NO_MEMORY;
+    ssize_t n = mDataSource->readAt(offset, buffer->data(), static_cast<size_t>(size));
+    if (n < size) return shortReadStatus(n);
+    *out = buffer;
+    return OK;
+}
+
+// ---------------------------------------------------------------------------
+// Stream header and format
+
+status_t ZIRKAVIExtractor::parseStreamHeader(int64_t dataOffset, int64_t size) {
+    if (size != static_cast<int64_t>(kStreamHeaderSize)) return ERROR_MALFORMED;
+    if (mTracks.size() > kMaxStreams - 1) return kAVIErrorOutOfRange;
+
+    uint8_t data[kStreamHeaderSize];
+    ssize_t n = mDataSource->readAt(dataOffset, data, sizeof(data));
+    if (n < static_cast<ssize_t>(sizeof(data))) return shortReadStatus(n);
+
+    uint32_t type = U32_AT(data);
+    uint32_t handler = U32_AT(data + 4);
+    Track::Kind kind;
+    const char* mime;
+    if (type == fourcc('v', 'i', 'd', 's')) {
+        kind = Track::VIDEO;
+        mime = videoMimeForFourcc(handler);
+        if (mime != nullptr) {
+            if (!isVideoMime(mime)) return ERROR_MALFORMED;
+        } else {
+            ALOGW("Unsupported video format '%c%c%c%c'", static_cast<char>(handler >> 24),
+                  static_cast<char>((handler >> 16) & 0xFF), static_cast<char>((handler >> 8) & 0xFF),
+                  static_cast<char>(handler & 0xFF));
+            mime = kVideoUnknownMime;
+        }
+    } else if (type == fourcc('a', 'u', 'd', 's')) {
+        kind = Track::AUDIO;
+        mime = kOctetStreamMime;
+    } else {
+        kind = Track::OTHER;
+        mime = kOctetStreamMime;
+    }
+
+    Track track;
+    track.mMeta = new MetaData;
+    track.mMeta->setCString(kKeyMIMEType, mime);
+    track.mScale = U32LE_AT(data + 20);
+    track.mRate = U32LE_AT(data + 24);
+    track.mBytesPerSample = U32LE_AT(data + 44);
+    track.mKind = kind;
+    track.mNumSyncSamples = 0;
+    track.mThumbnailSampleSize = 0;
+    track.mThumbnailSampleIndex = -1;
+    track.mMaxSampleSize = 0;
+    track.mAvgChunkSize = 1.0;
+    track.mFirstChunkSize = 0;
+    track.mFormatTag = 0;
+    track.mAudioType = kAudioUnknown;
+    track.mBlockAlign = 0;
+    track.mBitsPerSample = 0;
+    if (mTracks.add(track) < 0) return NO_MEMORY;
+    return OK;
+}
+
+status_t ZIRKAVIExtractor::parseStreamFormat(int64_t dataOffset, int64_t size) {
+    if (mTracks.isEmpty()) return ERROR_MALFORMED;
+    Track* track = &mTracks.editTop();
+    if (track->mKind == Track::OTHER) return OK;
+
+    bool isVideo = track->mKind == Track::VIDEO;
+    if (size < static_cast<int64_t>(isVideo ? kBitmapInfoHeaderSize : kWaveFormatSize)) {
+        return ERROR_MALFORMED;
+    }
+    sp<ABuffer> buffer;
+    status_t err = readWhole(dataOffset, size, &buffer);
+    if (err != OK) return err;
+    const uint8_t* data = buffer->data();
+    size_t length = buffer->size();
+
+    if (isVideo) {
+        track->mMeta->setInt32(kKeyWidth, static_cast<int32_t>(U32LE_AT(data + 4)));
+        track->mMeta->setInt32(kKeyHeight, static_cast<int32_t>(U32LE_AT(data + 8)));
+        const char* found = videoMimeForFourcc(U32_AT(data + 16));
+        if (found == nullptr) return OK;
+        const char* current = nullptr;
+        if (!track->mMeta->findCString(kKeyMIMEType, &current) ||
+            !strcasecmp(current, kVideoUnknownMime)) {
+            track->mMeta->setCString(kKeyMIMEType, found);
+        } else if (strcasecmp(current, found)) {
+            ALOGW("The video format information is mismatched in 'strh' and 'strf' ");
+        }
+        size_t extraSize = length - kBitmapInfoHeaderSize;
+        const uint8_t* extra = data + kBitmapInfoHeaderSize;
+        if (extraSize > 0) {
+            if (!strcasecmp(found, MEDIA_MIMETYPE_VIDEO_WMV3) ||
+                !strcasecmp(found, MEDIA_MIMETYPE_VIDEO_WMV2) ||
+                !strcasecmp(found, MEDIA_MIMETYPE_VIDEO_WMV1) ||
+                !strcasecmp(found, MEDIA_MIMETYPE_VIDEO_WVC1)) {
+                track->mMeta->setData(kKeyRawCodecSpecificData, 0, extra, extraSize);
+            } else if (!strcasecmp(found, MEDIA_MIMETYPE_VIDEO_AVC)) {
+                track->mMeta->setData(kKeyAVCC, kTypeAVCC, extra, extraSize);
+            }
+        }
+        return OK;
+    }
+
+    // Audio: WAVEFORMATEX.
+    uint16_t formatTag = U16LE_AT(data);
+    uint16_t channels = U16LE_AT(data + 2);
+    uint32_t sampleRate = U32LE_AT(data + 4);
+    uint16_t blockAlign = U16LE_AT(data + 12);
+    uint16_t bitsPerSample = U16LE_AT(data + 14);
+    uint16_t cbSize = length > 17 ? U16LE_AT(data + 16) : 0;
+
+    track->mFormatTag = formatTag;
+    track->mAudioType = kAudioUnknown;
+    bool typed = false;
+    if (length > 39 && cbSize > 21 && formatTag == 0xFFFE) {
+        parseWaveFormatExt(data + 18, length - 18, track);
+        typed = track->mAudioType != kAudioUnknown;
+    }
+
+    if (!typed) {
+        const char* mime = nullptr;
+        switch (track->mFormatTag) {
+            case 0x0001:
+                mime = MEDIA_MIMETYPE_AUDIO_RAW;
+                track->mAudioType = kAudioPCM;
+                track->mBitsPerSample = bitsPerSample;
+                break;
+            case 0x0002:
+                mime = MEDIA_MIMETYPE_AUDIO_RAW;
+                track->mAudioType = kAudioMSADPCM;
+                track->mBitsPerSample = bitsPerSample;
+                break;
+            case 0x0011:
+                mime = MEDIA_MIMETYPE_AUDIO_RAW;
+                track->mAudioType = kAudioIMAADPCM;
+                track->mBitsPerSample = bitsPerSample;
+                break;
+            case 0x0006:
+                mime = MEDIA_MIMETYPE_AUDIO_G711_ALAW;
+                track->mAudioType = kAudioALAW;
+                track->mBitsPerSample = bitsPerSample;
+                break;
+            case 0x0007:
+                mime = MEDIA_MIMETYPE_AUDIO_G711_MLAW;
+                track->mAudioType = kAudioMULAW;
+                track->mBitsPerSample = bitsPerSample;
+                break;
+            case 0x0050:
+                mime = MEDIA_MIMETYPE_AUDIO_MPEG_LAYER_II;
+                track->mAudioType = kAudioMPEG;
+                break;
+            case 0x0055:
+                mime = MEDIA_MIMETYPE_AUDIO_MPEG;
+                track->mAudioType = kAudioMP3;
+                break;
+            case 0x00FF: {
+                mime = MEDIA_MIMETYPE_AUDIO_AAC;
+                track->mAudioType = kAudioAAC;
+                uint8_t built[2];
+                const uint8_t* config = nullptr;
+                size_t configSize = 0;
+                // The stored config is used only when it lies inside the
+                // chunk; a cbSize running past the chunk falls back to the
+                // config built from rate and channels.
+                if (length > 16 && cbSize >= 2 && cbSize + 20 <= 127 &&
+                    cbSize <= length - 18) {
+                    config = data + 18;
+                    configSize = cbSize;
+                } else {
+                    for (size_t i = 0; i < sizeof(kAACSampleRates) / sizeof(kAACSampleRates[0]); ++i) {
+                        if (static_cast<uint32_t>(kAACSampleRates[i]) == sampleRate) {
+                            // 0x30 (object type 6 in the top bits) is what
+                            // this system has always emitted.
+                            built[0] = static_cast<uint8_t>(0x30 | (i >> 1));
+                            built[1] = static_cast<uint8_t>((i << 7) | (channels << 3));
+                            config = built;
+                            configSize = 2;
+                            break;
+                        }
+                    }
+                }
+                if (config != nullptr) {
+                    static const uint8_t kTemplate[22] = {0x03, 0x16, 0x00, 0x00, 0x00, 0x04,
+                                                          0x11, 0x40, 0, 0, 0, 0, 0, 0, 0, 0,
+                                                          0, 0, 0, 0, 0x05, 0x00};
+                    uint8_t esds[22 + 127];
+                    memcpy(esds, kTemplate, sizeof(kTemplate));
+                    esds[21] = static_cast<uint8_t>(configSize);
+                    memcpy(esds + 22, config, configSize);
+                    esds[1] = static_cast<uint8_t>(esds[1] + configSize - 2);
+                    esds[6] = static_cast<uint8_t>(esds[6] + configSize - 2);
+                    track->mMeta->setData(kKeyESDS, kTypeESDS, esds, 22 + configSize);
+                }
+                break;
+            }
+            case 0x0161:
+                mime = MEDIA_MIMETYPE_AUDIO_WMA;
+                track->mAudioType = kAudioWMA;
+                track->mMeta->setData(kKeyRawCodecSpecificData, 0, data, length);
+                break;
+            case 0x2000:
+                mime = MEDIA_MIMETYPE_AUDIO_AC3;
+                track->mAudioType = kAudioAC3;
+                break;
+            default:
+                ALOGW("Unsupported audio format = 0x%04x", track->mFormatTag);
+                break;
+        }
+        if (mime != nullptr) track->mMeta->setCString(kKeyMIMEType, mime);
+    }
+
+    track->mMeta->setInt32(kKeyChannelCount, channels);
+    track->mMeta->setInt32(kKeySampleRate, static_cast<int32_t>(sampleRate));
+
+    if (track->mBytesPerSample == 0 || track->mBytesPerSample == blockAlign) {
+        track->mBlockAlign = blockAlign;
+    } else {
+        ALOGW("nBlockAlign is not same as dwSampleSize in AVI stream header %d vs. %d ", blockAlign,
+              track->mBytesPerSample);
+        track->mBytesPerSample = 0;
+        track->mBlockAlign = blockAlign;
+    }
+    return OK;
+}
+
+// `extension` starts at the WAVEFORMATEXTENSIBLE tail (strf offset 18); the
+// caller guarantees at least 22 bytes (the chunk is longer than 39 bytes).
+status_t ZIRKAVIExtractor::parseWaveFormatExt(const uint8_t* extension, size_t size, Track* track) {
+    if (size < 22) return ERROR_MALFORMED;
+    const uint8_t* guid = extension + 6;
+    static const uint8_t kFormatTagTail[12] = {0x00, 0x00, 0x10, 0x00, 0x80, 0x00,
+                                               0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
+    if (!memcmp(guid + 4, kFormatTagTail, sizeof(kFormatTagTail))) {
+        track->mFormatTag = U32LE_AT(guid);
+        return OK;
+    }
+    // GUIDs as stored: first three groups little-endian.
+    static const uint8_t kAC3[16] = {0x2C, 0x80, 0x6D, 0xE0, 0x46, 0xDB, 0xCF, 0x11,
+                                     0xB4, 0xD1, 0x00, 0x80, 0x5F, 0x6C, 0xBB, 0xEA};
+    static const uint8_t kEAC3[16] = {0xAF, 0x87, 0xFB, 0xA7, 0x02, 0x2D, 0xFB, 0x42,
+                                      0xA4, 0xD4, 0x05, 0xCD, 0x93, 0x84, 0x3B, 0xDD};
+    static const uint8_t kMPEG2[16] = {0x2B, 0x80, 0x6D, 0xE0, 0x46, 0xDB, 0xCF, 0x11,
+                                       0xB4, 0xD1, 0x00, 0x80, 0x5F, 0x6C, 0xBB, 0xEA};
+    if (!memcmp(guid, kAC3, 16)) {
+        track->mAudioType = kAudioAC3;
+        track->mMeta->setCString(kKeyMIMEType, MEDIA_MIMETYPE_AUDIO_AC3);
+    } else if (!memcmp(guid, kEAC3, 16)) {
+        track->mAudioType = kAudioEAC3;
+        track->mMeta->setCString(kKeyMIMEType, MEDIA_MIMETYPE_AUDIO_AC3);
+    } else if (!memcmp(guid, kMPEG2, 16)) {
+        track->mAudioType = kAudioMPEG;
+        track->mMeta->setCString(kKeyMIMEType, MEDIA_MIMETYPE_AUDIO_MPEG_LAYER_II);
+    }
+    return OK;
+}
+
+// ---------------------------------------------------------------------------
+// Indexes
+
+bool ZIRKAVIExtractor::IsCorrectChunkType(int trackIndex, Track::Kind kind, uint32_t chunkType) {
+    uint32_t suffix = chunkType & 0xFFFF;
+    switch (kind) {
+        case Track::AUDIO:
+            if (suffix != ('w' << 8 | 'b')) return false;
+            break;
+        case Track::VIDEO:
+            if (suffix != ('d' << 8 | 'b') && suffix != ('d' << 8 | 'c')) return false;
+            break;
+        default:
+            break;
+    }
+    if (trackIndex < 0) return true;
+    uint32_t number;
+    if (!streamNumber(chunkType, &number)) return false;
+    return number == static_cast<uint32_t>(trackIndex);
+}
+
+status_t ZIRKAVIExtractor::addSample(Track* track, uint64_t offset, uint32_t size, bool isKey) {
+    if (mTotalSamples >= mSampleLimit) return ERROR_MALFORMED;
+    SampleInfo info = {offset, size, isKey};
+    ssize_t index = track->mSamples.add(info);
+    if (index < 0) return NO_MEMORY;
+    ++mTotalSamples;
+    if (size > track->mMaxSampleSize) track->mMaxSampleSize = size;
+    if (isKey) {
+        if (track->mNumSyncSamples < kThumbnailCandidates && size > track->mThumbnailSampleSize) {
+            track->mThumbnailSampleSize = size;
+            track->mThumbnailSampleIndex = static_cast<int32_t>(index);
+        }
+        ++track->mNumSyncSamples;
+    }
+    return OK;
+}
+
+status_t ZIRKAVIExtractor::parseIndex(int64_t dataOffset, int64_t size) {
+    if (size % 16 != 0) return ERROR_MALFORMED;
+    // An index running past the end fails as its short read would.
+    if (mFileSize >= 0 && (dataOffset > mFileSize || size > mFileSize - dataOffset)) {
+        return ERROR_MALFORMED;
+    }
+    size_t blockSize = size < static_cast<int64_t>(kIndexReadBlockBytes)
+                           ? static_cast<size_t>(size)
+                           : kIndexReadBlockBytes;
+    sp<ABuffer> block = new ABuffer(blockSize);
+    if (blockSize > 0 && block->base() == nullptr) return NO_MEMORY;
+
+    int64_t done = 0;
+    while (done < size) {
+        size_t want = size - done < static_cast<int64_t>(blockSize) ? static_cast<size_t>(size - done)
+                                                                     : blockSize;
+        ssize_t n = mDataSource->readAt(dataOffset + done, block->data(), want);
+        if (n < static_cast<ssize_t>(want)) return shortReadStatus(n);
+        ZIRKByteReader entries(block->data(), want);
+        while (entries.remaining() >= 16) {
+            uint32_t chunkType = 0, flags = 0, offset = 0, chunkSize = 0;
+            entries.readBE32(&chunkType);
+            entries.readLE32(&flags);
+            entries.readLE32(&offset);
+            entries.readLE32(&chunkSize);
+            uint32_t number;
+            if (!streamNumber(chunkType, &number) || number >= mTracks.size()) return ERROR_MALFORMED;
+            Track* track = &mTracks.editItemAt(number);
+            if (!IsCorrectChunkType(-1, track->mKind, chunkType)) return ERROR_MALFORMED;
+            if (track->mKind == Track::OTHER) continue;
+            status_t err = addSample(track, offset, chunkSize, (flags & kIndexFlagKeyFrame) != 0);
+            if (err != OK) return err;
+        }
+        done += static_cast<int64_t>(want);
+    }
+
+    // Offsets are relative to the movi list exactly when that reading makes
+    // the first sample of track 0 land on a matching chunk header.
+    int64_t offset, timeUs;
+    uint32_t sampleSize;
+    bool isKey;
+    status_t err = getSampleInfo(0, 0, &offset, &sampleSize, &isKey, &timeUs);
+    if (err != OK) {
+        mOffsetsAreAbsolute = true;
+        err = getSampleInfo(0, 0, &offset, &sampleSize, &isKey, &timeUs);
+        if (err != OK) return err;
+    }
+
+    for (size_t i = 0; i < mTracks.size(); ++i) {
+        err = finishTrack(i, false);
+        if (err != OK) return err;
+    }
+    mFoundIndex = true;
+    return OK;
+}
+
+status_t ZIRKAVIExtractor::parseSuperIndex(int64_t dataOffset, int64_t size) {
+    sp<ABuffer> buffer;
+    status_t err = readWhole(dataOffset, size, &buffer);
+    if (err != OK) return err;
+    ZIRKByteReader reader(buffer->data(), buffer->size());
+    uint16_t longsPerEntry;
+    uint32_t entriesInUse, chunkId;
+    if (!reader.readLE16(&longsPerEntry) || !reader.skip(2) || !reader.readLE32(&entriesInUse) ||
+        !reader.readBE32(&chunkId) || !reader.skip(12)) {
+        return ERROR_MALFORMED;
+    }
+    uint32_t trackIndex;
+    if (!streamNumber(chunkId, &trackIndex) || trackIndex >= mTracks.size()) return ERROR_MALFORMED;
+    if (!IsCorrectChunkType(-1, mTracks[trackIndex].mKind, chunkId)) return ERROR_MALFORMED;
+
+    for (uint32_t taken = 0; reader.remaining() >= 16 && taken < entriesInUse; ++taken) {
+        uint64_t ixOffset = 0;
+        uint32_t ixSize = 0, duration = 0;
+        reader.readLE64(&ixOffset);
+        reader.readLE32(&ixSize);
+        reader.readLE32(&duration);
+        if (ixOffset > static_cast<uint64_t>(INT64_MAX)) return ERROR_MALFORMED;
+        err = parseStandardIndex(static_cast<int64_t>(ixOffset), ixSize);
+        if (err != OK) return err;
+    }
+
+    err = finishTrack(trackIndex, true);
+    if (err != OK) return err;
+    mFoundIndex = true;
+    return OK;
+}
+
+status_t ZIRKAVIExtractor::parseStandardIndex(int64_t chunkOffset, int64_t size) {
+    sp<ABuffer> buffer;
+    status_t err = readWhole(chunkOffset, size, &buffer);
+    if (err != OK) return err;
+    ZIRKByteReader reader(buffer->data(), buffer->size());
+    uint32_t id, chunkSize, entriesInUse, chunkId;
+    uint16_t longsPerEntry;
+    uint64_t baseOffset;
+    if (!reader.readBE32(&id) || !reader.readLE32(&chunkSize) || !reader.readLE16(&longsPerEntry) ||
+        !reader.skip(2) || !reader.readLE32(&entriesInUse) || !reader.readBE32(&chunkId) ||
+        !reader.readLE64(&baseOffset) || !reader.skip(4)) {
+        return ERROR_MALFORMED;
+    }
+    if (chunkSize > size) return ERROR_MALFORMED;
+    if ((id >> 16) != ('i' << 8 | 'x')) return ERROR_MALFORMED;
+    uint8_t tens = (id >> 8) & 0xFF, units = id & 0xFF;
+    if (!isDigit(tens) || !isDigit(units)) return ERROR_MALFORMED;
+    uint32_t trackIndex = (tens - '0') * 10 + (units - '0');
+    if (trackIndex >= mTracks.size()) {
+        ALOGD("Invalid track index!");
+        return ERROR_MALFORMED;
+    }
+    uint32_t idNumber;
+    if (!streamNumber(chunkId, &idNumber)) return ERROR_MALFORMED;
+    if (idNumber != trackIndex) {
+        ALOGE("Mismatch track index in FOURCC and CHUNK_ID!");
+        return ERROR_MALFORMED;
+    }
+    Track* track = &mTracks.editItemAt(trackIndex);
+    if (!IsCorrectChunkType(-1, track->mKind, chunkId)) return ERROR_MALFORMED;
+
+    for (uint32_t taken = 0; reader.remaining() > 7 && taken < entriesInUse; ++taken) {
+        uint32_t dataOffset = 0, dataSize = 0;
+        reader.readLE32(&dataOffset);
+        reader.readLE32(&dataSize);
+        // The entry points at the data; the table keeps the header position.
+        uint64_t position;
+        if (!zirkAdd(baseOffset, static_cast<uint64_t>(dataOffset), &position) ||
+            !zirkSub(position, static_cast<uint64_t>(8), &position)) {
+            return ERROR_MALFORMED;
+        }
+        err = addSample(track, position, dataSize & 0x7FFFFFFF, (dataSize & 0x80000000) == 0);
+        if (err != OK) return err;
+    }
+    mOffsetsAreAbsolute = true;
+    return OK;
+}
+
+status_t ZIRKAVIExtractor::finishTrack(size_t trackIndex, bool fromSuperIndex) {
+    Track* track = &mTracks.editItemAt(trackIndex);
+
+    if (track->mBytesPerSample != 0 && !track->mSamples.isEmpty()) {
+        size_t last = track->mSamples.size() - 1;
+        uint32_t n = last < kMaxAveragedChunks ? static_cast<uint32_t>(last) : kMaxAveragedChunks;
+        double total = 0.0;
+        for (uint32_t s = 0; s <= n; ++s) {
+            int64_t offset, timeUs;
+            uint32_t size;
+            bool isKey;
+            status_t err = getSampleInfo(trackIndex, s, &offset, &size, &isKey, &timeUs);
+            if (err != OK) return err;
+            if (s == 0) {
+                track->mFirstChunkSize = size;
+            } else {
+                total += size;
+            }
+        }
+        // One chunk leaves 0.0 / 0 (NaN) here; every use of the average
+        // goes through saturateToU32 or the seek clamp, which pin it.
+        track->mAvgChunkSize = total / n;
+    }
+
+    int64_t durationUs = 0;
+    if (fromSuperIndex) {
+        // Must stay fatal: a track without samples ends the process.
+        CHECK_EQ_AT(2378, (status_t)OK,getSampleTime(trackIndex, track->mSamples.size() - 1, &durationUs));
+    } else {
+        size_t i = trackIndex;
+        // Must stay fatal: a track without samples ends the process.
+        CHECK_EQ_AT(2122, (status_t)OK,getSampleTime(i, track->mSamples.size() - 1, &durationUs));
+    }
+    track->mMeta->setInt64(kKeyDuration, durationUs);
+    track->mMeta->setInt32(kKeyMaxInputSize, static_cast<int32_t>(track->mMaxSampleSize));
+
+    const char* tmp;
+    // Must stay fatal.
+    CHECK(track->mMeta->findCString(kKeyMIMEType, &tmp));
+    if (!isVideoMime(tmp)) return OK;
+
+    if (track->mThumbnailSampleIndex >= 0) {
+        int64_t thumbnailTimeUs = 0;
+        if (fromSuperIndex) {
+            // Must stay fatal.
+            CHECK_EQ_AT(2395, (status_t)OK,getSampleTime(trackIndex, track->mThumbnailSampleIndex, &thumbnailTimeUs));
+        } else {
+            size_t i = trackIndex;
+            // Must stay fatal.
+            CHECK_EQ_AT(2139, (status_t)OK,getSampleTime(i, track->mThumbnailSampleIndex, &thumbnailTimeUs));
+        }
+        track->mMeta->setInt64(kKeyThumbnailTime, thumbnailTimeUs);
+    }
+
+    if (!strcasecmp(tmp, MEDIA_MIMETYPE_VIDEO_MPEG4)) return addMPEG4CodecSpecificData(trackIndex);
+    if (!strcasecmp(tmp, MEDIA_MIMETYPE_VIDEO_AVC)) return addH264CodecSpecificData(trackIndex);
+    return OK;
+}
+
+// ---------------------------------------------------------------------------
+// Sample look-ups
+
+status_t ZIRKAVIExtractor::getSampleInfo(size_t trackIndex, size_t sampleIndex, int64_t* offset,
+                                         uint32_t* size, bool* isKey, int64_t* timeUs) {
+    if (trackIndex >= mTracks.size()) return kAVIErrorOutOfRange;
+    const Track& track = mTracks[trackIndex];
+    if (sampleIndex >= track.mSamples.size()) return kAVIErrorOutOfRange;
+    const SampleInfo& info = track.mSamples[sampleIndex];
+
+    // A position that does not fit a file offset cannot be read; it fails as
+    // a read past the end would.
+    int64_t position;
+    if (mOffsetsAreAbsolute) {
+        if (info.mOffset > static_cast<uint64_t>(INT64_MAX)) return ERROR_MALFORMED;
+        position = static_cast<int64_t>(info.mOffset);
+    } else {
+        if (info.mOffset > static_cast<uint64_t>(INT64_MAX) ||
+            !zirkAdd(mMovieOffset + 8, static_cast<int64_t>(info.mOffset), &position)) {
+            return ERROR_MALFORMED;
+        }
+    }
+
+    *size = 0;
+    uint8_t header[8];
+    ssize_t n = mDataSource->readAt(position, header, sizeof(header));
+    if (n < static_cast<ssize_t>(sizeof(header))) return shortReadStatus(n);
+    uint32_t chunkType = U32_AT(header);
+
+    if (!IsCorrectChunkType(static_cast<int>(trackIndex), track.mKind, chunkType)) {
+        if (sampleIndex == 0) return ERROR_MALFORMED;
+        ALOGW("!!! drop one invalid frame, type: %d !!!", track.mKind);
+        return OK;
+    }
+
+    *offset = position + 8;
+    *isKey = info.mIsKey;
+    uint32_t headerSize = U32LE_AT(header + 4);
+    *size = headerSize;
+    if (headerSize != info.mSize) {
+        if (sampleIndex + 1 < track.mSamples.size()) {
+            uint64_t next = track.mSamples[sampleIndex + 1].mOffset;
+            // A next entry at or before this one is a distance below the
+            // header's size too.
+            if (next <= info.mOffset || next - info.mOffset < headerSize) *size = info.mSize;
+        }
+        ALOGW(" Stream data size is mismatched with it in 'idx1'/'indx' chunk");
+    }
+
+    uint32_t k = static_cast<uint32_t>(sampleIndex);
+    if (track.mBytesPerSample != 0) {
+        uint32_t bytePosition = 0;
+        if (sampleIndex != 0) {
+            bytePosition = saturateToU32(track.mFirstChunkSize +
+                                         static_cast<double>(sampleIndex - 1) * track.mAvgChunkSize);
+        }
+        k = bytePosition / track.mBytesPerSample;
+    }
+    // A zero rate would divide by zero: such a track has all its times at 0.
+    // The 128-bit product cannot overflow; a time past the int64 range
+    // saturates.
+    if (track.mRate == 0) {
+        *timeUs = 0;
+    } else {
+        *timeUs = saturateToI64(static_cast<__int128>(k) * 1000000 * track.mScale / track.mRate);
+    }
+    return OK;
+}
+
+status_t ZIRKAVIExtractor::getSampleTime(size_t trackIndex, size_t sampleIndex, int64_t* timeUs) {
+    int64_t offset;
+    uint32_t size;
+    bool isKey;
+    return getSampleInfo(trackIndex, sampleIndex, &offset, &size, &isKey, timeUs);
+}
+
+status_t ZIRKAVIExtractor::getSampleIndexAtTime(size_t trackIndex, int64_t timeUs,
+                                                MediaSource::ReadOptions::SeekMode mode,
+                                                uint32_t* sampleIndex) {
+    if (trackIndex >= mTracks.size()) return kAVIErrorOutOfRange;
+    const Track& track = mTracks[trackIndex];
+    size_t count = track.mSamples.size();
+    // Finished tracks always have samples; this only guards the clamp below.
+    if (count == 0) return kAVIErrorOutOfRange;
+
+    // A zero scale would divide by zero: the estimate is then sample 0.
+    int64_t estimate = 0;
+    if (track.mScale != 0) {
+        if (track.mBytesPerSample != 0) {
+            int64_t scaled = saturateToI64(static_cast<__int128>(timeUs) * track.mBytesPerSample /
+                                           track.mScale);
+            // Unsigned 64-bit, then kept as 32 bits: wrap-around is the
+            // defined behaviour of this estimate.
+            uint32_t position = static_cast<uint32_t>(static_cast<uint64_t>(scaled) * track.mRate /
+                                                      1000000);
+            if (position > track.mFirstChunkSize) {
+                double d = (position - track.mFirstChunkSize) / track.mAvgChunkSize + 1.0;
+                // NaN (one-chunk track) and out-of-range values are pinned
+                // before the conversion, which would otherwise be undefined.
+                if (!(d > 0.0)) {
+                    estimate = 0;
+                } else if (d >= static_cast<double>(INT32_MAX)) {
+                    estimate = INT32_MAX;
+                } else {
+                    estimate = static_cast<int>(d);
+                }
+            }
+        } else {
+            // Dividing by the scale first truncates early; that is the
+            // estimate this system has always made.
+            estimate = saturateToI64(static_cast<__int128>(timeUs / track.mScale) * track.mRate /
+                                     1000000);
+        }
+    }
+    if (estimate < 0) estimate = 0;
+    if (estimate > static_cast<int64_t>(count - 1)) estimate = static_cast<int64_t>(count - 1);
+
+    if (mode == MediaSource::ReadOptions::SEEK_CLOSEST) {
+        *sampleIndex = static_cast<uint32_t>(estimate);
+        return OK;
+    }
+
+    int64_t prev = estimate;
+    int64_t next = estimate;
+    if (track.mKind != Track::AUDIO) {
+        while (prev >= 0 && !track.mSamples[prev].mIsKey) --prev;
+        while (next < static_cast<int64_t>(count) && !track.mSamples[next].mIsKey) ++next;
+    }
+
+    switch (mode) {
+        case MediaSource::ReadOptions::SEEK_NEXT_SYNC:
+            *sampleIndex = static_cast<uint32_t>(next);
+            return next < static_cast<int64_t>(count) ? OK : UNKNOWN_ERROR;
+        case MediaSource::ReadOptions::SEEK_PREVIOUS_SYNC:
+            *sampleIndex = static_cast<uint32_t>(prev);
+            return prev >= 0 ? OK : UNKNOWN_ERROR;
+        case MediaSource::ReadOptions::SEEK_CLOSEST_SYNC: {
+            bool havePrev = prev >= 0;
+            bool haveNext = next < static_cast<int64_t>(count);
+            if (havePrev && haveNext) {
+                *sampleIndex = static_cast<uint32_t>(estimate - prev < next - estimate ? prev : next);
+            } else if (havePrev) {
+                *sampleIndex = static_cast<uint32_t>(prev);
+            } else if (haveNext) {
+                *sampleIndex = static_cast<uint32_t>(next);
+            } else {
+                return UNKNOWN_ERROR;
+            }
+            return OK;
+        }
+        default:
+            // Must stay fatal: an unknown seek mode.
+            CHECK_AT(2787, !"Should not be here.");
+            return UNKNOWN_ERROR;
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Codec-specific data from the first video frame
+
+status_t ZIRKAVIExtractor::readFirstNonEmptySample(size_t trackIndex, sp<ABuffer>* out) {
+    size_t count = mTracks[trackIndex].mSamples.size();
+    for (size_t i = 0; i < count; ++i) {
+        int64_t offset, timeUs;
+        uint32_t size;
+        bool isKey;
+        status_t err = getSampleInfo(trackIndex, i, &offset, &size, &isKey, &timeUs);
+        if (err != OK) return err;
+        if (size == 0) continue;
+        return readWhole(offset, size, out);
+    }
+    // Every chunk of the track is empty: there is no frame to take the
+    // configuration from.
+    return ERROR_MALFORMED;
+}
+
+status_t ZIRKAVIExtractor::addMPEG4CodecSpecificData(size_t trackIndex) {
+    sp<ABuffer> frame;
+    status_t err = readFirstNonEmptySample(trackIndex, &frame);
+    if (err != OK) return err;
+    const uint8_t* data = frame->data();
+    size_t size = frame->size();
+    size_t vop = 0;
+    bool found = false;
+    for (size_t p = 0; size > 3 && p < size - 3; ++p) {
+        if (data[p] == 0 && data[p + 1] == 0 && data[p + 2] == 1 && data[p + 3] == 0xB6) {
+            vop = p;
+            found = true;
+            break;
+        }
+    }
+    if (!found) return ERROR_MALFORMED;
+
+    sp<ABuffer> config = new ABuffer(frame->data(), vop);
+    sp<ABuffer> esds = MakeMPEG4VideoCodecSpecificData(config);
+    if (esds == nullptr) return NO_MEMORY;
+    mTracks.editItemAt(trackIndex).mMeta->setData(kKeyESDS, kTypeESDS, esds->data(), esds->size());
+    return OK;
+}
+
+status_t ZIRKAVIExtractor::addH264CodecSpecificData(size_t trackIndex) {
+    sp<ABuffer> frame;
+    status_t err = readFirstNonEmptySample(trackIndex, &frame);
+    if (err != OK) return err;
+    ZIRKAVIRewriteAVCLengths(frame->data(), frame->size());
+
+    Track* track = &mTracks.editItemAt(trackIndex);
+    sp<MetaData> meta = MakeAVCCodecSpecificData(frame);
+    if (meta != nullptr) {
+        int32_t width, height;
+        uint32_t type;
+        const void* csd;
+        size_t csdSize;
+        // Must stay fatal: the helper promised these keys.
+        CHECK_AT(2580, meta->findInt32(kKeyWidth, &width));
+        CHECK_AT(2581, meta->findInt32(kKeyHeight, &height));
+        CHECK_AT(2586, meta->findData(kKeyAVCC, &type, &csd, &csdSize));
+        track->mMeta->setInt32(kKeyWidth, width);
+        track->mMeta->setInt32(kKeyHeight, height);
+        track->mMeta->setData(kKeyAVCC, type, csd, csdSize);
+        return OK;
+    }
+    if (track->mMeta->hasData(kKeyAVCC)) {
+        ALOGI("Unable to extract AVC codec specific data in sample data. The AVC specific data has already been found in 'strf'");
+        return OK;
+    }
+    ALOGE("Unable to extract AVC codec specific data");
+    return ERROR_MALFORMED;
+}
+
+sp<ABuffer> MakeMPEG4VideoCodecSpecificData(const sp<ABuffer>& config) {
+    size_t L = config->size();
+    size_t a = descriptorLengthBytes(L) + L;
+    size_t b = descriptorLengthBytes(a + 1) + a + 1;
+    size_t total = b + 18 + descriptorLengthBytes(b + 14);
+    sp<ABuffer> out = new ABuffer(total);
+    if (out->base() == nullptr) return nullptr;
+    uint8_t* p = out->data();
+    *p++ = 0x03;
+    p = writeDescriptorLength(p, b + 17);
+    *p++ = 0x00;
+    *p++ = 0x00;
+    *p++ = 0x00;
+    *p++ = 0x04;
+    p = writeDescriptorLength(p, a + 14);
+    *p++ = 0x01;  // object type indication: 0x01 is what this system emits
+    memset(p, 0, 12);
+    p += 12;
+    *p++ = 0x05;
+    p = writeDescriptorLength(p, L);
+    if (L > 0) memcpy(p, config->data(), L);
+    p += L;
+    out->setRange(0, static_cast<size_t>(p - out->data()));
+    return out;
+}
+
+void ZIRKAVIRewriteAVCLengths(uint8_t* data, size_t size) {
+    size_t pos = 0;
+    while (size - pos > 4) {
+        if (data[pos] == 0 && data[pos + 1] == 0 && data[pos + 2] == 0 && data[pos + 3] == 1) break;
+        uint32_t length = U32_AT(data + pos);
+        data[pos] = 0;
+        data[pos + 1] = 0;
+        data[pos + 2] = 0;
+        data[pos + 3] = 1;
+        // An overrunning length ends the walk: the rest stays as it was.
+        if (length > size - pos - 4) break;
+        pos += 4 + length;
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Sniffer
+
+bool ZIRKSniffAVI(const sp<DataSource>& source, String8* mimeType, float* confidence,
+                  sp<AMessage>* /*meta*/) {
+    uint8_t header[12];
+    if (source->readAt(0, header, sizeof(header)) < static_cast<ssize_t>(sizeof(header))) return false;
+    if (memcmp(header, "RIFF", 4) || memcmp(header + 8, "AVI ", 4)) return false;
+    mimeType->setTo(MEDIA_MIMETYPE_CONTAINER_AVI);
+    *confidence = 0.21f;
+    return true;
+}
+
+}  // namespace android
+
+const char* getZirkAviExtractorVersion() { return android::kVersion; }
