@@ -4,7 +4,8 @@
 #include <string.h>
 
 #include <mutex>
-#include <set>
+#include <map>
+#include <stdlib.h>
 #include <vector>
 
 #include <log/log.h>
@@ -57,12 +58,23 @@ void throwingAssertHook(void*, const char*, const char* message) {
     throw FatalCheck{message};
 }
 
-std::string withoutLine(const std::string& message) {
-    // "<source>:<line> CHECK..." → "<source> CHECK...", so one check is one entry.
-    size_t colon = message.find(':');
-    size_t space = message.find(' ', colon == std::string::npos ? 0 : colon);
-    if (colon == std::string::npos || space == std::string::npos) return message;
-    return message.substr(0, colon) + message.substr(space);
+// "<source>:<line> CHECK_EQ( a,b) failed: 1 vs. 2" → "<source>:<line> CHECK_EQ( a,b) failed",
+// so that one check is one entry whatever values it saw.
+std::string checkKey(const std::string& message) {
+    size_t failed = message.find(" failed");
+    return failed == std::string::npos ? message : message.substr(0, failed + 7);
+}
+
+std::mutex gChecksLock;
+std::map<std::string, uint64_t>* gChecksFired = nullptr;
+
+void printCheckSummary() {
+    std::lock_guard<std::mutex> guard(gChecksLock);
+    if (gChecksFired == nullptr || gChecksFired->empty()) return;
+    fprintf(stderr, "fatal checks fired (expected outcomes), by count:\n");
+    for (const auto& entry : *gChecksFired) {
+        fprintf(stderr, "  %10llu  %s\n", static_cast<unsigned long long>(entry.second), entry.first.c_str());
+    }
 }
 
 void readAll(const sp<MediaSource>& source, const MediaSource::ReadOptions* firstOptions) {
@@ -116,10 +128,12 @@ void initHarness() {
 }
 
 void noteFatalCheck(const FatalCheck& check) {
-    static std::mutex lock;
-    static std::set<std::string> seen;
-    std::lock_guard<std::mutex> guard(lock);
-    if (seen.insert(withoutLine(check.message)).second) {
+    std::lock_guard<std::mutex> guard(gChecksLock);
+    if (gChecksFired == nullptr) {
+        gChecksFired = new std::map<std::string, uint64_t>;
+        atexit(&printCheckSummary);
+    }
+    if ((*gChecksFired)[checkKey(check.message)]++ == 0) {
         fprintf(stderr, "[fatal check fired, expected] %s\n", check.message.c_str());
     }
 }
