@@ -1,0 +1,165 @@
+// ZIRKCachedFileSource must return exactly what a plain pread returns, for
+// every read pattern the extractors use (small header reads walking forward,
+// reads straddling window edges, large direct reads, reads past the end), and
+// stay exact with several threads reading at once.
+#include <dirent.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <media/stagefright/FileSource.h>
+
+#include "TestDataSources.h"
+#include "common/ZIRKCachedFileSource.h"
+
+using namespace android;
+
+namespace {
+
+std::vector<std::string> mediaFiles() {
+    std::vector<std::string> files;
+    DIR* dir = opendir(test::testdataPath("").c_str());
+    if (dir == nullptr) return files;
+    while (dirent* e = readdir(dir)) {
+        std::string name = e->d_name;
+        if (name.size() > 4 && (name.compare(name.size() - 4, 4, ".flv") == 0 ||
+                                name.compare(name.size() - 4, 4, ".avi") == 0)) {
+            files.push_back(name);
+        }
+    }
+    closedir(dir);
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+struct Read {
+    off64_t offset;
+    size_t size;
+};
+
+// The patterns: a forward walk of small reads (a tag scan), reads around
+// every window edge, direct reads at and around the bypass threshold, the
+// end of the file, and random reads.
+std::vector<Read> readPattern(size_t fileSize, uint32_t seed) {
+    const size_t window = ZIRKCachedFileSource::kWindowBytes;
+    const size_t direct = ZIRKCachedFileSource::kDirectReadBytes;
+    std::vector<Read> reads;
+    for (size_t at = 0; at < fileSize; at += 4093) reads.push_back({static_cast<off64_t>(at), 13});
+    for (size_t edge = window; edge < fileSize + window; edge += window) {
+        reads.push_back({static_cast<off64_t>(edge) - 5, 11});
+        reads.push_back({static_cast<off64_t>(edge), 1});
+    }
+    reads.push_back({0, direct - 1});
+    reads.push_back({1, direct});
+    reads.push_back({3, direct + 1});
+    reads.push_back({static_cast<off64_t>(fileSize) - 7, 100});
+    reads.push_back({static_cast<off64_t>(fileSize), 10});
+    reads.push_back({static_cast<off64_t>(fileSize) + 1000, 10});
+    reads.push_back({0, 0});
+    std::mt19937 rng(seed);
+    for (int i = 0; i < 300; ++i) {
+        size_t size = (i % 10 == 0) ? rng() % (3 * direct) : rng() % 600;
+        reads.push_back({static_cast<off64_t>(rng() % (fileSize + 64)), size});
+    }
+    return reads;
+}
+
+void expectSameReads(const sp<DataSource>& plain, const sp<DataSource>& cached, size_t fileSize,
+                     uint32_t seed, const std::string& name) {
+    std::vector<uint8_t> a, b;
+    for (const Read& r : readPattern(fileSize, seed)) {
+        a.assign(r.size, 0xAA);
+        b.assign(r.size, 0x55);
+        ssize_t na = plain->readAt(r.offset, a.data(), r.size);
+        ssize_t nb = cached->readAt(r.offset, b.data(), r.size);
+        ASSERT_EQ(na, nb) << name << " @" << r.offset << "+" << r.size;
+        if (na > 0) {
+            ASSERT_TRUE(std::equal(a.begin(), a.begin() + na, b.begin())) << name << " @" << r.offset << "+" << r.size;
+        }
+    }
+}
+
+class CachedFileSourceTest : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(CachedFileSourceTest, ReadsEqualPlainPread) {
+    const std::string path = test::testdataPath(GetParam());
+    sp<DataSource> plain = new FileSource(path.c_str());
+    sp<DataSource> cached = new ZIRKCachedFileSource(path.c_str());
+    ASSERT_EQ(cached->initCheck(), OK);
+    off64_t size = 0, cachedSize = 0;
+    ASSERT_EQ(plain->getSize(&size), OK);
+    ASSERT_EQ(cached->getSize(&cachedSize), OK);
+    ASSERT_EQ(size, cachedSize);
+    expectSameReads(plain, cached, static_cast<size_t>(size), 1, GetParam());
+}
+
+TEST_P(CachedFileSourceTest, ConcurrentReadersStayExact) {
+    const std::string path = test::testdataPath(GetParam());
+    sp<DataSource> plain = new FileSource(path.c_str());
+    sp<DataSource> cached = new ZIRKCachedFileSource(path.c_str());
+    off64_t size = 0;
+    ASSERT_EQ(plain->getSize(&size), OK);
+    // More threads than windows, so that windows are refilled under readers.
+    const int kThreads = static_cast<int>(ZIRKCachedFileSource::kWindowCount) + 2;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            expectSameReads(plain, cached, static_cast<size_t>(size), 100 + t, GetParam());
+        });
+    }
+    for (std::thread& t : threads) t.join();
+}
+
+INSTANTIATE_TEST_SUITE_P(RealFiles, CachedFileSourceTest, ::testing::ValuesIn(mediaFiles()),
+                         [](const ::testing::TestParamInfo<std::string>& info) {
+                             std::string n = info.param;
+                             for (char& c : n) {
+                                 if (!isalnum(static_cast<unsigned char>(c))) c = '_';
+                             }
+                             return n;
+                         });
+
+// The real files fit in one window; this one spans several, so reads cross
+// window edges and windows are evicted while readers run.
+TEST(CachedFileSourceLargeTest, ReadsAcrossWindowsEqualPlainPread) {
+    const size_t size = 5 * ZIRKCachedFileSource::kWindowBytes + 12345;
+    std::vector<uint8_t> bytes(size);
+    std::mt19937 rng(7);
+    for (uint8_t& b : bytes) b = static_cast<uint8_t>(rng());
+    char path[] = "/tmp/zirk-cached-XXXXXX";
+    int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(write(fd, bytes.data(), size), static_cast<ssize_t>(size));
+    close(fd);
+    {
+        sp<DataSource> plain = new FileSource(path);
+        sp<DataSource> cached = new ZIRKCachedFileSource(path);
+        expectSameReads(plain, cached, size, 3, "large");
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 6; ++t) {
+            threads.emplace_back([&, t] { expectSameReads(plain, cached, size, 200 + t, "large"); });
+        }
+        for (std::thread& t : threads) t.join();
+    }
+    unlink(path);
+}
+
+TEST(CachedFileSourceEdgeTest, BadPathsAndOffsets) {
+    sp<DataSource> missing = new ZIRKCachedFileSource("/nonexistent/zirk");
+    EXPECT_EQ(missing->initCheck(), NO_INIT);
+    uint8_t byte;
+    EXPECT_EQ(missing->readAt(0, &byte, 1), NO_INIT);
+    sp<DataSource> directory = new ZIRKCachedFileSource(test::testdataPath("").c_str());
+    EXPECT_EQ(directory->initCheck(), NO_INIT);
+    sp<DataSource> file = new ZIRKCachedFileSource(test::testdataPath("flv_aac_only.flv").c_str());
+    EXPECT_EQ(file->readAt(-1, &byte, 1), ERROR_IO);
+}
+
+}  // namespace
