@@ -3,7 +3,7 @@
 # Sourced by probe.sh and test.sh; safe to run again.
 set -euo pipefail
 
-ZIRK_PACKAGES=(cmake make g++ zlib1g-dev libgtest-dev libgmock-dev nlohmann-json3-dev libcli11-dev)
+ZIRK_PACKAGES=(cmake make g++ python3 zlib1g-dev libgtest-dev libgmock-dev nlohmann-json3-dev libcli11-dev)
 if [[ "${ZIRK_WITH_FUZZ:-0}" == "1" ]]; then
   ZIRK_PACKAGES+=(clang libclang-rt-dev)
 fi

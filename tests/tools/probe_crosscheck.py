@@ -1,0 +1,82 @@
+#!/usr/bin/env python3
+"""Cross-checks `zirk-probe --samples --json` against ffprobe's packet lists.
+
+For each file given, the video track (and, for FLV, the audio track) must
+carry the same number of samples, the same sizes, the same times (ffprobe's
+decode times) and the same key flags as `<file>.packets.csv`, except for the
+one difference the FLV format explains: an H.264 end-of-sequence tag (an empty
+key frame) carries the time of the last frame, so it takes that frame's place.
+AVI audio is re-framed by the splitters and is checked by the unit tests;
+AVI buffers carry no key-frame flag, so only FLV key flags are compared.
+
+Usage: probe_crosscheck.py PROBE FILE...
+Prints one line per track and 'N passed, N failed'.
+"""
+import csv
+import json
+import os
+import subprocess
+import sys
+
+
+def ffprobe_packets(path):
+    rows = {}
+    with open(path + ".packets.csv") as f:
+        header = f.readline().lstrip("#").strip().split(",")
+        for row in csv.DictReader(f, fieldnames=header):
+            rows.setdefault(row["codec_type"], []).append(row)
+    return rows
+
+
+def us(t):
+    return round(float(t) * 1e6)
+
+
+def check_track(name, kind, samples, packets, is_flv):
+    problems = []
+    if is_flv and kind == "video" and samples and samples[-1]["size"] == 0 and samples[-1]["sync"] == 1:
+        # The end-of-sequence tag replaced the frame of the same time.
+        if packets and us(packets[-1]["dts_time"]) == samples[-1]["time_us"]:
+            samples, packets = samples[:-1], packets[:-1]
+    if len(samples) != len(packets):
+        problems.append("%d samples, ffprobe has %d" % (len(samples), len(packets)))
+    for i, (s, p) in enumerate(zip(samples, packets)):
+        if s["size"] != int(p["size"]):
+            problems.append("sample %d: size %d, ffprobe %s" % (i, s["size"], p["size"]))
+        t = p["dts_time"] if p["dts_time"] != "N/A" else p["pts_time"]
+        if abs(s["time_us"] - us(t)) > 1:
+            problems.append("sample %d: time %d us, ffprobe %s s" % (i, s["time_us"], t))
+        if is_flv and kind == "video" and bool(s["sync"]) != p["flags"].startswith("K"):
+            problems.append("sample %d: sync %d, ffprobe flags %s" % (i, s["sync"], p["flags"]))
+        if len(problems) > 5:
+            break
+    print("%s %s %s: %d samples%s" % ("ok  " if not problems else "FAIL", name, kind, len(samples),
+                                      "" if not problems else "\n    " + "\n    ".join(problems[:6])))
+    return not problems
+
+
+def main():
+    probe, files = sys.argv[1], sys.argv[2:]
+    passed = failed = 0
+    for path in files:
+        out = subprocess.run([probe, path, "--samples", "--json"], stdout=subprocess.PIPE, check=True).stdout
+        doc = json.loads(out)
+        packets = ffprobe_packets(path)
+        is_flv = path.endswith(".flv")
+        for track in doc["tracks"]:
+            mime = track["meta"]["mime"]
+            kind = "video" if mime.startswith("video/") else "audio"
+            if kind == "audio" and not is_flv:
+                continue
+            if track["end"] != "ERROR_END_OF_STREAM":
+                print("FAIL %s %s: reading ended with %s" % (os.path.basename(path), kind, track["end"]))
+                failed += 1
+                continue
+            ok = check_track(os.path.basename(path), kind, track["samples"], packets.get(kind, []), is_flv)
+            passed, failed = passed + ok, failed + (not ok)
+    print("%d passed, %d failed" % (passed, failed))
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
