@@ -309,7 +309,7 @@ int parseLogLevel(const std::string& text) {
 std::string gCurrentFile;
 
 void onFatalCheck(void*, const char*, const char*) {
-    fprintf(stderr, "zirk-probe: fatal check in the extractor library while reading %s\n",
+    fprintf(stderr, "zirk-probe: fatal check in the extractor library while reading %s:\n",
             gCurrentFile.c_str());
     fflush(stderr);
 }

@@ -80,11 +80,13 @@ void __android_log_assert(const char* cond, const char* tag, const char* fmt, ..
         cookie = gAssertCookie;
         if (gCapture != nullptr) gCapture(gCaptureCookie, ANDROID_LOG_FATAL, tag ? tag : "", text.c_str());
     }
+    // The hook first: one that does not return (the fuzz harness throws)
+    // leaves no line behind.
+    if (hook != nullptr) hook(cookie, tag ? tag : "", text.c_str());
     // Written whatever the minimum priority: this is the last thing a dying
     // process says (death tests match on it).
     fprintf(stderr, "F/%s: %s\n", tag ? tag : "", text.c_str());
     fflush(stderr);
-    if (hook != nullptr) hook(cookie, tag ? tag : "", text.c_str());
     abort();
 }
 
