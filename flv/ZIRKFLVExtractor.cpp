@@ -42,9 +42,11 @@ const size_t kTagDataPreviewSize = 2;
 const size_t kAVCConfigPrefixSize = 5;
 // Sound byte and AACPacketType in front of an AudioSpecificConfig.
 const size_t kAACConfigPrefixSize = 2;
-// The scan's read-ahead: big enough to hold the small tags that sit between
-// two video tags, small enough that a miss costs about as much as a tiny read.
-const size_t kScanWindowSize = 4096;
+// The scan's read-ahead, freed when the scan ends. The scan touches every
+// header of the file, and in files of small tags that is every page: 64 KiB
+// refills keep the per-read cost of the data source out of the scan (and are
+// large enough for a caching source to pass them straight to the file).
+const size_t kScanWindowSize = 64 * 1024;
 
 // Defaults of a video track when onMetaData does not give its size.
 const int32_t kDefaultWidth = 640;

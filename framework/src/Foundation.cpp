@@ -168,30 +168,6 @@ const uint8_t* ABitReader::data() const {
     return mData + (mSize - (mNumBitsLeft + 7) / 8);
 }
 
-bool ABitReader::getBitsGraceful(size_t n, uint32_t* out) {
-    if (n > 32 || n > mNumBitsLeft) return false;
-    uint32_t result = 0;
-    size_t bitPos = mSize * 8 - mNumBitsLeft;
-    for (size_t i = 0; i < n; ++i, ++bitPos) {
-        uint32_t bit = (mData[bitPos / 8] >> (7 - (bitPos % 8))) & 1;
-        result = (result << 1) | bit;
-    }
-    mNumBitsLeft -= n;
-    *out = result;
-    return true;
-}
-
-uint32_t ABitReader::getBits(size_t n) {
-    if (n > 32) n = 32;
-    uint32_t result = 0;
-    if (getBitsGraceful(n, &result)) return result;
-    // Short of bits: take what is left, pad with zeros.
-    size_t have = mNumBitsLeft;
-    getBitsGraceful(have, &result);
-    mOverRead = true;
-    return n - have >= 32 ? 0 : result << (n - have);
-}
-
 void ABitReader::skipBits(size_t n) {
     if (n > mNumBitsLeft) {
         mNumBitsLeft = 0;

@@ -2,6 +2,8 @@
 
 #include <string.h>
 
+#include <algorithm>
+
 namespace android {
 
 MetaData::MetaData() {}
@@ -12,7 +14,24 @@ MetaData::~MetaData() {}
 
 void MetaData::clear() { mItems.clear(); }
 
-bool MetaData::remove(uint32_t key) { return mItems.erase(key) > 0; }
+std::vector<MetaData::Entry>::iterator MetaData::findEntry(uint32_t key) {
+    auto it = std::lower_bound(mItems.begin(), mItems.end(), key,
+                               [](const Entry& e, uint32_t k) { return e.mKey < k; });
+    return (it != mItems.end() && it->mKey == key) ? it : mItems.end();
+}
+
+std::vector<MetaData::Entry>::const_iterator MetaData::findEntry(uint32_t key) const {
+    auto it = std::lower_bound(mItems.begin(), mItems.end(), key,
+                               [](const Entry& e, uint32_t k) { return e.mKey < k; });
+    return (it != mItems.end() && it->mKey == key) ? it : mItems.end();
+}
+
+bool MetaData::remove(uint32_t key) {
+    auto it = findEntry(key);
+    if (it == mItems.end()) return false;
+    mItems.erase(it);
+    return true;
+}
 
 bool MetaData::setCString(uint32_t key, const char* value) {
     return setData(key, TYPE_C_STRING, value, strlen(value) + 1);
@@ -35,29 +54,40 @@ bool MetaData::setPointer(uint32_t key, void* value) {
 }
 
 bool MetaData::setData(uint32_t key, uint32_t type, const void* data, size_t size) {
-    auto it = mItems.find(key);
-    bool overwrote = it != mItems.end();
-    typed_data& item = overwrote ? it->second : mItems[key];
-    item.mType = type;
+    auto it = std::lower_bound(mItems.begin(), mItems.end(), key,
+                               [](const Entry& e, uint32_t k) { return e.mKey < k; });
+    const bool overwrote = it != mItems.end() && it->mKey == key;
+    if (!overwrote) {
+        it = mItems.insert(it, Entry());
+        it->mKey = key;
+    }
+    Entry& entry = *it;
     const uint8_t* bytes = static_cast<const uint8_t*>(data);
-    if (size == 0 || bytes == nullptr) {
-        item.mBytes.clear();
+    if (bytes == nullptr) size = 0;
+    const bool numeric = type == TYPE_INT32 || type == TYPE_INT64 || type == TYPE_FLOAT ||
+                         type == TYPE_POINTER;
+    entry.mType = type;
+    entry.mSize = static_cast<uint32_t>(size);
+    entry.mOnHeap = !(numeric && size <= sizeof(entry.mInline));
+    if (entry.mOnHeap) {
+        entry.mHeap.assign(bytes, bytes + size);
     } else {
-        item.mBytes.assign(bytes, bytes + size);
+        entry.mHeap.clear();
+        if (size) memcpy(entry.mInline, bytes, size);
     }
     return overwrote;
 }
 
 bool MetaData::findData(uint32_t key, uint32_t* type, const void** data, size_t* size) const {
-    auto it = mItems.find(key);
+    auto it = findEntry(key);
     if (it == mItems.end()) return false;
-    *type = it->second.mType;
-    *data = it->second.mBytes.data();
-    *size = it->second.mBytes.size();
+    *type = it->mType;
+    *data = it->bytes();
+    *size = it->mSize;
     return true;
 }
 
-bool MetaData::hasData(uint32_t key) const { return mItems.count(key) != 0; }
+bool MetaData::hasData(uint32_t key) const { return findEntry(key) != mItems.end(); }
 
 namespace {
 template <typename T>
@@ -106,12 +136,11 @@ bool MetaData::findPointer(uint32_t key, void** value) const {
 bool MetaData::getEntryAt(size_t index, uint32_t* key, uint32_t* type, const void** data,
                           size_t* size) const {
     if (index >= mItems.size()) return false;
-    auto it = mItems.begin();
-    std::advance(it, static_cast<long>(index));
-    *key = it->first;
-    *type = it->second.mType;
-    *data = it->second.mBytes.data();
-    *size = it->second.mBytes.size();
+    const Entry& entry = mItems[index];
+    *key = entry.mKey;
+    *type = entry.mType;
+    *data = entry.bytes();
+    *size = entry.mSize;
     return true;
 }
 

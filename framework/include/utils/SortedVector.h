@@ -53,6 +53,15 @@ public:
 
     // Inserts in order, replacing an equal item; returns its index or NO_MEMORY.
     ssize_t add(const T& item) {
+        // Tables are mostly built in order: appending is the common case.
+        if (mItems.empty() || mItems.back() < item) {
+            try {
+                mItems.push_back(item);
+            } catch (const std::bad_alloc&) {
+                return NO_MEMORY;
+            }
+            return static_cast<ssize_t>(mItems.size() - 1);
+        }
         auto it = std::lower_bound(mItems.begin(), mItems.end(), item);
         if (it != mItems.end() && !(item < *it)) {
             *it = item;

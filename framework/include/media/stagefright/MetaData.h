@@ -8,7 +8,6 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include <map>
 #include <vector>
 
 #include <utils/RefBase.h>
@@ -106,11 +105,24 @@ protected:
     virtual ~MetaData();
 
 private:
-    struct typed_data {
+    // Entries sorted by key in a vector that keeps its capacity across
+    // clear(): a buffer's metadata is cleared and refilled for every sample,
+    // and this way that costs no allocation. Numbers live inline; strings and
+    // data on the heap, so pointers handed out by findCString/findData stay
+    // put while other keys come and go.
+    struct Entry {
+        uint32_t mKey = 0;
         uint32_t mType = 0;
-        std::vector<uint8_t> mBytes;
+        uint32_t mSize = 0;
+        uint8_t mInline[8] = {};
+        bool mOnHeap = false;
+        std::vector<uint8_t> mHeap;
+        const uint8_t* bytes() const { return mOnHeap ? mHeap.data() : mInline; }
     };
-    std::map<uint32_t, typed_data> mItems;
+    std::vector<Entry>::iterator findEntry(uint32_t key);
+    std::vector<Entry>::const_iterator findEntry(uint32_t key) const;
+
+    std::vector<Entry> mItems;
 
     MetaData& operator=(const MetaData&) = delete;
 };

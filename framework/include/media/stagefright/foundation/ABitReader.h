@@ -32,6 +32,36 @@ private:
     bool mOverRead;
 };
 
+// Inline: tag and header parsers call these a few times per sample.
+inline bool ABitReader::getBitsGraceful(size_t n, uint32_t* out) {
+    if (n > 32 || n > mNumBitsLeft) return false;
+    uint64_t result = 0;
+    size_t bitPos = mSize * 8 - mNumBitsLeft;
+    size_t want = n;
+    while (want > 0) {
+        const size_t avail = 8 - (bitPos & 7);
+        const size_t take = want < avail ? want : avail;
+        const uint32_t bits = (mData[bitPos >> 3] >> (avail - take)) & ((1u << take) - 1);
+        result = (result << take) | bits;
+        want -= take;
+        bitPos += take;
+    }
+    mNumBitsLeft -= n;
+    *out = static_cast<uint32_t>(result);
+    return true;
+}
+
+inline uint32_t ABitReader::getBits(size_t n) {
+    if (n > 32) n = 32;
+    uint32_t result = 0;
+    if (getBitsGraceful(n, &result)) return result;
+    // Short of bits: take what is left, pad with zeros.
+    size_t have = mNumBitsLeft;
+    getBitsGraceful(have, &result);
+    mOverRead = true;
+    return n - have >= 32 ? 0 : result << (n - have);
+}
+
 }  // namespace android
 
 #endif
