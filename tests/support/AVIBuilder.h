@@ -36,6 +36,15 @@ inline void setLE32(Bytes* b, size_t at, uint32_t v) {
     for (int i = 0; i < 4; ++i) (*b)[at + i] = (v >> (8 * i)) & 0xFF;
 }
 
+// Offset of the first `id` at or after `from` in a built file, for patching
+// one field of it; b.size() when absent.
+inline size_t findFourcc(const Bytes& b, const std::string& id, size_t from = 0) {
+    for (size_t i = from; i + 4 <= b.size(); ++i) {
+        if (!memcmp(b.data() + i, id.data(), 4)) return i;
+    }
+    return b.size();
+}
+
 // A chunk: id, size (the real one unless sizeOverride >= 0), data, and a pad
 // byte after odd-sized data.
 inline Bytes chunk(const std::string& id, const Bytes& data, int64_t sizeOverride = -1) {

@@ -53,6 +53,18 @@ public:
         return *this;
     }
 
+    // A tag header alone, with any dataSize: the data (or less of it) and
+    // the PreviousTagSize are then written with raw().
+    FLVBuilder& tagHeader(uint8_t type, uint32_t dataSize, uint32_t timeMs = 0, uint32_t streamId = 0) {
+        mTagOffsets.push_back(mBytes.size());
+        put8(type);
+        put24(dataSize);
+        put24(timeMs & 0xFFFFFF);
+        put8(static_cast<uint8_t>(timeMs >> 24));
+        put24(streamId);
+        return *this;
+    }
+
     FLVBuilder& video(uint32_t timeMs, uint8_t frameType, uint8_t codecId, const Bytes& payload) {
         return tag(kVideo, timeMs, cat({static_cast<uint8_t>(frameType << 4 | codecId)}, payload));
     }
