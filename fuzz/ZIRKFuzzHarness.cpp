@@ -24,9 +24,13 @@ namespace fuzz {
 
 namespace {
 
-// Reads per track and pass: enough to walk every sample of any input the
-// fuzzer keeps small, and a bound on the time a long sample table can take.
-const size_t kMaxReadsPerPass = 20000;
+// Reads of the first pass over a track: every sample of any input the
+// fuzzer keeps (a 200 KB file cut into 4-byte PCM pieces has 50,000), and a
+// bound on the time a long sample table can take under the sanitizers.
+const size_t kMaxReadsFirstPass = 50000;
+// Reads after each seek: enough to leave the seek target and cross a few
+// chunks; the whole track was already read once.
+const size_t kMaxReadsAfterSeek = 256;
 
 // Seek targets in microseconds: the start, inside the first seconds, and far
 // past the end.
@@ -77,9 +81,10 @@ void printCheckSummary() {
     }
 }
 
-void readAll(const sp<MediaSource>& source, const MediaSource::ReadOptions* firstOptions) {
+void readAll(const sp<MediaSource>& source, const MediaSource::ReadOptions* firstOptions,
+             size_t maxReads) {
     const MediaSource::ReadOptions* options = firstOptions;
-    for (size_t i = 0; i < kMaxReadsPerPass; ++i) {
+    for (size_t i = 0; i < maxReads; ++i) {
         MediaBuffer* buffer = nullptr;
         status_t err = source->read(&buffer, options);
         options = nullptr;
@@ -104,13 +109,13 @@ void exercise(const sp<MediaExtractor>& extractor) {
         if (source == nullptr) continue;
         if (source->start() != OK) continue;
         sp<MetaData> sourceFormat = source->getFormat();
-        readAll(source, nullptr);
+        readAll(source, nullptr, kMaxReadsFirstPass);
         for (int mode = MediaSource::ReadOptions::SEEK_PREVIOUS_SYNC;
              mode <= MediaSource::ReadOptions::SEEK_CLOSEST; ++mode) {
             for (int64_t t : kSeekTimesUs) {
                 MediaSource::ReadOptions options;
                 options.setSeekTo(t, static_cast<MediaSource::ReadOptions::SeekMode>(mode));
-                readAll(source, &options);
+                readAll(source, &options, kMaxReadsAfterSeek);
             }
         }
         source->stop();
