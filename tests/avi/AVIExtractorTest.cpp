@@ -824,48 +824,49 @@ TEST(AVISourceTest, ChunksLargerThanTheBuffersAndShortReadsFail) {
 // ---------------------------------------------------------------------------
 // Fatal checks
 
-using AVIDeathTest = testing::Test;
+// One row per named check: {name, body, line, check text}. The text stream's
+// format (0 bytes) is accepted unread; its index entries would be dropped, so
+// it has none and the finish check ends the process.
+struct DeathCase {
+    const char* mName;
+    void (*mBody)();
+    int mLine;
+    const char* mCheck;
+};
 
-// The text stream's format (0 bytes) is accepted unread; its index entries
-// would be dropped, so it has none and the finish check ends the process.
-TEST(AVIDeathTest, TrackWithoutSamplesAborts) {
-    AVIFile f;
-    int v = f.addVideo("MJPG", 1, 25);
-    f.addStream(strh("txts", "", 1, 25), Bytes(), "tx");
-    f.addSample(v, frame(10, 0));
-    Bytes bytes = f.build();
-    EXPECT_DEATH(openBytes(bytes),
-                 checkMessageAt(kSource, 2122,
-                                "CHECK_EQ( (status_t)OK,getSampleTime(i, track->mSamples.size() - 1, "
-                                "&durationUs)) failed: 0 vs. -34"));
-}
+const DeathCase kDeathCases[] = {
+    {"TrackWithoutSamples", [] {
+         AVIFile f;
+         int v = f.addVideo("MJPG", 1, 25);
+         f.addStream(strh("txts", "", 1, 25), Bytes(), "tx");
+         f.addSample(v, frame(10, 0));
+         openBytes(f.build());
+     }, 2122, "CHECK_EQ( (status_t)OK,getSampleTime(i, track->mSamples.size() - 1, &durationUs)) failed: 0 vs. -34"},
+    {"EmptyOpenDMLTrack", [] {
+         AVIFile f;
+         f.addVideo("MJPG", 1, 25);
+         openBytes(f.build(AVIFile::kOpenDML));
+     }, 2378, "CHECK_EQ( (status_t)OK,getSampleTime(trackIndex, track->mSamples.size() - 1, &durationUs)) failed: 0 vs. -34"},
+    {"UnknownSeekMode", [] {
+         uint32_t index;
+         openBytes(mjpegFile(3).build())->getSampleIndexAtTime(0, 0, static_cast<SeekMode>(7), &index);
+     }, 2787, "CHECK(!\"Should not be here.\") failed."},
+    {"ReadBeforeStart", [] {
+         MediaBuffer* buffer;
+         openBytes(mjpegFile(3).build())->getTrack(0)->read(&buffer);
+     }, 300, "CHECK(mBufferGroup) failed."},
+    {"StopBeforeStart", [] { openBytes(mjpegFile(3).build())->getTrack(0)->stop(); }, 284, "CHECK(mBufferGroup) failed."},
+    {"StartTwice", [] {
+         sp<MediaSource> source = openBytes(mjpegFile(3).build())->getTrack(0);
+         source->start();
+         source->start();
+     }, 236, "CHECK(!mBufferGroup) failed."},
+};
 
-TEST(AVIDeathTest, EmptyOpenDMLTrackAborts) {
-    AVIFile f;
-    f.addVideo("MJPG", 1, 25);
-    Bytes bytes = f.build(AVIFile::kOpenDML);
-    EXPECT_DEATH(openBytes(bytes),
-                 checkMessageAt(kSource, 2378,
-                                "CHECK_EQ( (status_t)OK,getSampleTime(trackIndex, track->mSamples.size() - 1, "
-                                "&durationUs)) failed: 0 vs. -34"));
-}
-
-TEST(AVIDeathTest, UnknownSeekModeAborts) {
-    sp<ZIRKAVIExtractor> ex = openBytes(mjpegFile(3).build());
-    uint32_t index;
-    EXPECT_DEATH(ex->getSampleIndexAtTime(0, 0, static_cast<SeekMode>(7), &index),
-                 checkMessageAt(kSource, 2787, "CHECK(!\"Should not be here.\") failed."));
-}
-
-TEST(AVIDeathTest, SourceCallOrderIsChecked) {
-    sp<ZIRKAVIExtractor> ex = openBytes(mjpegFile(3).build());
-    sp<MediaSource> source = ex->getTrack(0);
-    MediaBuffer* buffer;
-    EXPECT_DEATH(source->read(&buffer), checkMessageAt(kSource, 300, "CHECK(mBufferGroup) failed."));
-    EXPECT_DEATH(source->stop(), checkMessageAt(kSource, 284, "CHECK(mBufferGroup) failed."));
-    ASSERT_EQ(source->start(), OK);
-    EXPECT_DEATH(source->start(), checkMessageAt(kSource, 236, "CHECK(!mBufferGroup) failed."));
-    source->stop();
+TEST(AVIDeathTest, ChecksStayFatal) {
+    for (const DeathCase& c : kDeathCases) {
+        EXPECT_DEATH(c.mBody(), checkMessageAt(kSource, c.mLine, c.mCheck)) << c.mName;
+    }
 }
 
 }  // namespace

@@ -30,51 +30,37 @@ std::string fatalLine(const std::string& pattern) {
     return "F/" LOG_TAG ": " + pattern;
 }
 
-class CheckFormsDeathTest : public ::testing::Test {
-protected:
-    void SetUp() override { ::testing::FLAGS_gtest_death_test_style = "threadsafe"; }
+struct DeathCase {
+    const char* mName;
+    void (*mBody)();
+    std::string mPattern;
 };
 
-TEST_F(CheckFormsDeathTest, PlainCheckNamesExpressionAndLine) {
-    bool started = false;
-    EXPECT_DEATH(CHECK(started), fatalLine(checkMessage(kSource, "CHECK(started) failed.")));
+// Operands as written (with the macro's odd spacing) and their values, signed
+// where negative; an explicit line replaces __LINE__; NULL is not expanded.
+const DeathCase kDeathCases[] = {
+    {"Plain", [] { bool started = false; CHECK(started); }, fatalLine(checkMessage(kSource, "CHECK(started) failed."))},
+    {"Eq", [] { int a = 1, b = 2; CHECK_EQ(a, b); }, fatalLine(checkMessage(kSource, "CHECK_EQ( a,b) failed: 1 vs. 2"))},
+    {"Ne", [] { int a = 1; CHECK_NE(a, 1); }, checkMessage(kSource, "CHECK_NE( a,1) failed: 1 vs. 1")},
+    {"Gt", [] { int a = 1, b = 2; CHECK_GT(a, b); }, checkMessage(kSource, "CHECK_GT( a,b) failed: 1 vs. 2")},
+    {"NegativeSigned", [] { long long index = -1; CHECK_GE(index, 0); },
+     checkMessage(kSource, "CHECK_GE( index,0) failed: -1 vs. 0")},
+    {"ExplicitLine", [] { CHECK_AT(1234, 1 + 1 == 3); },
+     fatalLine(checkMessageAt(kSource, 1234, "CHECK(1 + 1 == 3) failed."))},
+    {"ExplicitLineCompare", [] { size_t count = 0; CHECK_GT_AT(77, count, 0u); },
+     checkMessageAt(kSource, 77, "CHECK_GT( count,0u) failed: 0 vs. 0")},
+    {"Trespass", [] { TRESPASS(); }, checkMessage(kSource, "CHECK(!\"Should not be here.\") failed.")},
+    {"NullKept", [] { const char* p = "x"; CHECK(p == NULL); }, checkMessage(kSource, "CHECK(p == NULL) failed.")},
+};
+
+TEST(CheckFormsDeathTest, MessageForms) {
+    ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+    for (const DeathCase& c : kDeathCases) EXPECT_DEATH(c.mBody(), c.mPattern) << c.mName;
     // The number is the check's own line: both __LINE__ below sit on one line.
+    bool started = false;
     // clang-format off
     EXPECT_DEATH(CHECK(started), checkMessageAt(kSource, __LINE__, "CHECK(started) failed."));
     // clang-format on
-}
-
-TEST_F(CheckFormsDeathTest, ComparisonShowsOperandsAsWrittenAndValues) {
-    int a = 1;
-    int b = 2;
-    EXPECT_DEATH(CHECK_EQ(a, b),
-                 fatalLine(checkMessage(kSource, "CHECK_EQ( a,b) failed: 1 vs. 2")));
-    EXPECT_DEATH(CHECK_NE(a, 1), checkMessage(kSource, "CHECK_NE( a,1) failed: 1 vs. 1"));
-    EXPECT_DEATH(CHECK_GT(a, b), checkMessage(kSource, "CHECK_GT( a,b) failed: 1 vs. 2"));
-}
-
-TEST_F(CheckFormsDeathTest, NegativeOperandIsPrintedSigned) {
-    long long index = -1;
-    EXPECT_DEATH(CHECK_GE(index, 0),
-                 checkMessage(kSource, "CHECK_GE( index,0) failed: -1 vs. 0"));
-}
-
-TEST_F(CheckFormsDeathTest, ExplicitLineReplacesTheSourceLine) {
-    // Components whose messages carry a fixed line number use the _AT forms.
-    EXPECT_DEATH(CHECK_AT(1234, 1 + 1 == 3),
-                 fatalLine(checkMessageAt(kSource, 1234, "CHECK(1 + 1 == 3) failed.")));
-    size_t count = 0;
-    EXPECT_DEATH(CHECK_GT_AT(77, count, 0u),
-                 checkMessageAt(kSource, 77, "CHECK_GT( count,0u) failed: 0 vs. 0"));
-}
-
-TEST_F(CheckFormsDeathTest, TrespassText) {
-    EXPECT_DEATH(TRESPASS(), checkMessage(kSource, "CHECK(!\"Should not be here.\") failed."));
-}
-
-TEST_F(CheckFormsDeathTest, NullIsNotExpandedInTheText) {
-    const char* p = "x";
-    EXPECT_DEATH(CHECK(p == NULL), checkMessage(kSource, "CHECK(p == NULL) failed."));
 }
 
 TEST(CheckFormsTest, PassingChecksDoNothingAndCompareHelpersAreEmpty) {
@@ -127,9 +113,8 @@ TEST_F(LogTest, MinimumPriorityFiltersStderrOnly) {
 
 TEST_F(LogTest, NoCaptureAfterTheCaptureEnds) {
     { LogCapture capture; }
-    // Would call into a destroyed capture if the hook were left installed.
     zirk_log_set_min_priority(ANDROID_LOG_SILENT);
-    __android_log_print(ANDROID_LOG_ERROR, "T", "after");
+    __android_log_print(ANDROID_LOG_ERROR, "T", "after");  // would call into the destroyed capture
 }
 
 // ---- properties ----
@@ -141,20 +126,15 @@ protected:
     char mValue[PROPERTY_VALUE_MAX];
 };
 
-TEST_F(PropertyTest, UnsetKeyGivesDefault) {
-    EXPECT_EQ(property_get("media.tamelordecode.supportwmva", mValue, "0"), 1);
-    EXPECT_STREQ(mValue, "0");
+TEST_F(PropertyTest, DefaultSetGetRemove) {
     EXPECT_EQ(property_get("debug.media.disableFlvSorensen", mValue, nullptr), 0);
     EXPECT_STREQ(mValue, "");
-}
-
-TEST_F(PropertyTest, SetGetRemove) {
     ASSERT_EQ(property_set("debug.media.disableFlvSorensen", "true"), 0);
     EXPECT_EQ(property_get("debug.media.disableFlvSorensen", mValue, "0"), 4);
     EXPECT_STREQ(mValue, "true");
     ASSERT_EQ(property_set("debug.media.disableFlvSorensen", ""), 0);  // removes
-    property_get("debug.media.disableFlvSorensen", mValue, "dflt");
-    EXPECT_STREQ(mValue, "dflt");
+    EXPECT_EQ(property_get("debug.media.disableFlvSorensen", mValue, "0"), 1);
+    EXPECT_STREQ(mValue, "0");
 }
 
 TEST_F(PropertyTest, LimitsAndTruncation) {

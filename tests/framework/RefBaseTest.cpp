@@ -27,38 +27,20 @@ private:
     Counters* mCounters;
 };
 
-TEST(RefBaseTest, DeletedWithLastStrongReference) {
+TEST(RefBaseTest, StrongAndWeakLifetimes) {
     Counters c;
     sp<Tracked> a = new Tracked(&c);
+    wp<Tracked> w = a;
     {
         sp<Tracked> b = a;
         sp<Tracked> moved = std::move(b);
-        EXPECT_EQ(a->getStrongCount(), 2);
-    }
-    EXPECT_EQ(c.mDestroyed, 0);
-    a.clear();
-    EXPECT_EQ(c.mDestroyed, 1);
-}
-
-TEST(RefBaseTest, OnFirstRefCalledOnce) {
-    Counters c;
-    sp<Tracked> a = new Tracked(&c);
-    sp<Tracked> b = a;
-    wp<Tracked> w = a;
-    sp<Tracked> p = w.promote();
-    EXPECT_EQ(c.mFirstRefs, 1);
-}
-
-TEST(RefBaseTest, PromoteWhileAliveAndAfterDeath) {
-    Counters c;
-    sp<Tracked> a = new Tracked(&c);
-    wp<Tracked> w = a;
-    {
         sp<Tracked> p = w.promote();
         ASSERT_NE(p, nullptr);
         EXPECT_EQ(p->mValue, 7);
-        EXPECT_EQ(a->getStrongCount(), 2);
+        EXPECT_EQ(a->getStrongCount(), 3);
     }
+    EXPECT_EQ(c.mFirstRefs, 1);
+    EXPECT_EQ(c.mDestroyed, 0);
     a.clear();
     EXPECT_EQ(c.mDestroyed, 1);
     // The weak reference outlives the object; its counts must still be valid
@@ -68,24 +50,20 @@ TEST(RefBaseTest, PromoteWhileAliveAndAfterDeath) {
     EXPECT_EQ(copy.promote(), nullptr);
 }
 
-TEST(RefBaseTest, WeakOnlyObjectGoesWithLastWeakReference) {
+TEST(RefBaseTest, WeakOnlyObjects) {
     Counters c;
     {
         wp<Tracked> w = new Tracked(&c);
         EXPECT_EQ(c.mFirstRefs, 0);
     }
-    EXPECT_EQ(c.mDestroyed, 1);
-}
-
-TEST(RefBaseTest, PromotingAWeakOnlyObjectGivesItsFirstStrongReference) {
-    Counters c;
+    EXPECT_EQ(c.mDestroyed, 1);  // went with its last weak reference
     wp<Tracked> w = new Tracked(&c);
     {
-        sp<Tracked> p = w.promote();
+        sp<Tracked> p = w.promote();  // its first strong reference
         ASSERT_NE(p, nullptr);
         EXPECT_EQ(c.mFirstRefs, 1);
     }
-    EXPECT_EQ(c.mDestroyed, 1);
+    EXPECT_EQ(c.mDestroyed, 2);
     EXPECT_EQ(w.promote(), nullptr);
 }
 
