@@ -3,12 +3,13 @@
 # Usage: fuzz/run.sh TARGET SECONDS [extra libFuzzer flags...]
 set -euo pipefail
 cd "$(dirname "$0")/.."
+root=$(pwd)
 target=$1
 seconds=$2
 shift 2
 bin=${BUILD_DIR:-build-fuzz}/fuzz/fuzz_$target
 [[ -x $bin ]] || { echo "no $bin: build with -DZIRK_BUILD_FUZZERS=ON (see fuzz/README.md)" >&2; exit 1; }
-work=fuzz/corpus-work/$target
+work=${FUZZ_WORK_DIR:-fuzz/corpus-work}/$target
 mkdir -p "$work/corpus"
 case $target in
   flv) seeds=(testdata/*.flv) ;;
@@ -27,5 +28,6 @@ cd "$work"
 # ASan's quarantine of freed memory counts toward RSS; kept small so that the
 # 512 MB limit measures the code under test, not the sanitizer.
 export ASAN_OPTIONS=${ASAN_OPTIONS:-quarantine_size_mb=32:malloc_context_size=10}
-exec "../../../$bin" corpus "${dict[@]/#-dict=/-dict=../../../}" -max_total_time="$seconds" -timeout=2 \
+[[ $bin == /* ]] || bin=$root/$bin
+exec "$bin" corpus "${dict[@]/#-dict=/-dict=$root/}" -max_total_time="$seconds" -timeout=2 \
   -rss_limit_mb=512 -malloc_limit_mb=512 -print_final_stats=1 "$@"

@@ -14,16 +14,18 @@ cmake --build "$BUILD_DIR" -j2 --target fuzz_entry fuzz_flv fuzz_avi fuzz_esds f
 runs=${ZIRK_FUZZ_SMOKE_RUNS:-3000}
 passed=0
 for target in entry flv avi esds codec_helpers; do
-  rm -rf "fuzz/corpus-work/$target"
+  # A work folder of its own, apart from any longer fuzzing session's corpus.
+  export FUZZ_WORK_DIR=fuzz/corpus-smoke
+  rm -rf "$FUZZ_WORK_DIR/$target"
   echo "== fuzz_$target: $runs runs"
-  log=fuzz/corpus-work/$target.log
-  mkdir -p fuzz/corpus-work
+  log=$FUZZ_WORK_DIR/$target.log
+  mkdir -p "$FUZZ_WORK_DIR"
   status=0
   BUILD_DIR=$BUILD_DIR fuzz/run.sh "$target" 600 -runs="$runs" -seed=1 >"$log" 2>&1 || status=$?
   grep -E '^(Done|stat::number_of_executed_units)|ERROR|SUMMARY' "$log" || true
   if [[ $status -ne 0 ]]; then
     tail -40 "$log"
-    echo "fuzz_$target found a problem: see fuzz/corpus-work/$target"
+    echo "fuzz_$target found a problem: see $FUZZ_WORK_DIR/$target"
     exit 1
   fi
   passed=$((passed + 1))
