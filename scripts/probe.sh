@@ -7,7 +7,8 @@ cd "$(dirname "$0")/.."
 source scripts/deps.sh
 
 BUILD_DIR=${BUILD_DIR:-build}
-cmake -S . -B "$BUILD_DIR" -DCMAKE_BUILD_TYPE=Release -DZIRK_BUILD_TESTS=OFF >/dev/null
+# The same configuration as scripts/test.sh, so that the two share one build.
+cmake -S . -B "$BUILD_DIR" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build "$BUILD_DIR" -j2 --target zirk-probe >/dev/null
 
 file=${1:-testdata/flv_h264_aac.flv}
