@@ -13,6 +13,7 @@
 #include <time.h>
 
 #include <cctype>
+#include <cmath>
 #include <iostream>
 #include <map>
 #include <string>
@@ -492,7 +493,9 @@ int main(int argc, char** argv) {
         sp<AMessage> sniffMeta = new AMessage;
         if (sniffZIRKExtractor(source, &sniffedMime, &confidence, &sniffMeta)) {
             containerMime = sniffedMime.c_str();
-            doc["sniff"] = {{"mime", sniffedMime.c_str()}, {"confidence", confidence},
+            // Single precision shown as written (0.21, not 0.2099999934...).
+            double shown = std::round(static_cast<double>(confidence) * 1e6) / 1e6;
+            doc["sniff"] = {{"mime", sniffedMime.c_str()}, {"confidence", shown},
                             {"meta", messageToJson(sniffMeta)}};
         } else {
             doc["sniff"] = nullptr;
