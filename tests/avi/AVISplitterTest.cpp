@@ -40,7 +40,7 @@ struct Frame {
     int64_t mTimeUs;
 };
 
-// Reads until the splitter asks for more (or fails); returns the frames.
+// Reads until the splitter asks for more (or fails).
 std::vector<Frame> drain(const sp<DataSplitter>& s, status_t* last = nullptr, int64_t* seekTimeUs = nullptr) {
     std::vector<Frame> frames;
     for (;;) {
@@ -51,62 +51,50 @@ std::vector<Frame> drain(const sp<DataSplitter>& s, status_t* last = nullptr, in
             if (last) *last = err;
             return frames;
         }
-        Frame f;
         const uint8_t* p = static_cast<const uint8_t*>(out->data()) + out->range_offset();
-        f.mData.assign(p, p + out->range_length());
-        EXPECT_TRUE(out->meta_data()->findInt64(kKeyTime, &f.mTimeUs));
-        frames.push_back(f);
+        frames.push_back({Bytes(p, p + out->range_length()), -1});
+        EXPECT_TRUE(out->meta_data()->findInt64(kKeyTime, &frames.back().mTimeUs));
         out->release();
     }
 }
 
-// Feeds `bytes` in pieces of `chunk` bytes (all stamped `baseUs`), draining
-// after each.
+// Feeds `bytes` in pieces of `chunk` bytes stamped `baseUs` + position,
+// draining after each.
 std::vector<Frame> feedAll(const sp<DataSplitter>& s, const Bytes& bytes, size_t chunk, int64_t baseUs) {
     std::vector<Frame> all;
     for (size_t pos = 0; pos < bytes.size(); pos += chunk) {
-        size_t n = std::min(chunk, bytes.size() - pos);
-        feed(s, Bytes(bytes.begin() + pos, bytes.begin() + pos + n), baseUs + static_cast<int64_t>(pos));
+        feed(s, Bytes(bytes.begin() + pos, bytes.begin() + std::min(pos + chunk, bytes.size())), baseUs + int64_t(pos));
         std::vector<Frame> got = drain(s);
         all.insert(all.end(), got.begin(), got.end());
     }
     return all;
 }
 
-sp<MetaData> audioMeta(const char* mime, int32_t rate, int32_t channels) {
+sp<DataSplitter> splitter(const char* mime, int32_t rate, int32_t channels, uint32_t type, uint32_t width, uint32_t align) {
     sp<MetaData> meta = new MetaData;
     meta->setCString(kKeyMIMEType, mime);
     meta->setInt32(kKeySampleRate, rate);
     meta->setInt32(kKeyChannelCount, channels);
-    return meta;
+    return new AudioSplitter(meta, type, width, align);
 }
 
-int16_t sampleAt(const Bytes& pcm, size_t i) {
-    return static_cast<int16_t>(pcm[2 * i] | (pcm[2 * i + 1] << 8));
-}
+int16_t sampleAt(const Bytes& pcm, size_t i) { return static_cast<int16_t>(pcm[2 * i] | (pcm[2 * i + 1] << 8)); }
 
-// ---------------------------------------------------------------------------
-// MPEG audio
-
+// Whole frames whatever the chunking; times count frames from the first
+// chunk's time.
 TEST(AVIMP3SplitterTest, CutsFramesAndStampsFromTheFirstChunk) {
-    struct Case {
-        const char* file;
-        int rate;
-        int samplesPerFrame;
-        size_t frames;
-    };
-    for (const Case& c : {Case{"mp3_44100_stereo.mp3", 44100, 1152, 21}, Case{"mp2_48000.mp2", 48000, 1152, 21},
-                          Case{"mp3_8000_mono.mp3", 8000, 576, 9}}) {
+    const struct { const char* file; int rate, samplesPerFrame; size_t frames; } cases[] = {
+        {"mp3_44100_stereo.mp3", 44100, 1152, 21}, {"mp2_48000.mp2", 48000, 1152, 21}, {"mp3_8000_mono.mp3", 8000, 576, 9}};
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.file);
         Bytes bytes = readFileBytes(testdataPath(c.file));
         ASSERT_FALSE(bytes.empty());
         for (size_t chunk : {1000u, 333u, 100000u}) {
-            sp<DataSplitter> s = new MP3Splitter();
-            std::vector<Frame> frames = feedAll(s, bytes, chunk, 5000000);
+            std::vector<Frame> frames = feedAll(new MP3Splitter(), bytes, chunk, 5000000);
             ASSERT_EQ(frames.size(), c.frames) << chunk;
             size_t total = 0;
             for (size_t i = 0; i < frames.size(); ++i) {
-                EXPECT_EQ(frames[i].mTimeUs, 5000000 + static_cast<int64_t>(i) * c.samplesPerFrame * 1000000 / c.rate);
+                EXPECT_EQ(frames[i].mTimeUs, 5000000 + int64_t(i) * c.samplesPerFrame * 1000000 / c.rate);
                 total += frames[i].mData.size();
             }
             EXPECT_EQ(total, bytes.size());
@@ -124,18 +112,15 @@ TEST(AVIMP3SplitterTest, ResyncsAfterGarbageAndBrokenHeaders) {
     std::vector<Frame> frames = feedAll(s, prefixed, 4096, 0);
     ASSERT_EQ(frames.size(), 21u);
     EXPECT_EQ(frames[0].mData, Bytes(mp3.begin(), mp3.begin() + 417));
-
-    // A broken header in frame 5 (at 417 + 4 * 418) loses that frame only.
-    Bytes broken = mp3;
-    broken[417 + 4 * 418] = 0x00;
+    // A broken header in frame 5 loses that frame only; times count emitted
+    // samples, so the frame after the gap takes slot 5.
+    mp3[417 + 4 * 418] = 0x00;
     LogCapture log;
     s = new MP3Splitter();
-    frames = feedAll(s, broken, 4096, 0);
-    EXPECT_EQ(frames.size(), 20u);
+    frames = feedAll(s, mp3, 4096, 0);
+    ASSERT_EQ(frames.size(), 20u);
     EXPECT_EQ(log.count("!!! invalid frame, resync for valid frame !!!", ANDROID_LOG_WARN), 1u);
-    // Times count emitted samples, so the frame after the gap takes slot 5.
     EXPECT_EQ(frames[5].mTimeUs, 5 * 1152 * 1000000LL / 44100);
-
     // clear() forgets buffered bytes and the time base.
     s->clear();
     feed(s, Bytes(mp3.begin(), mp3.begin() + 3000), 777);
@@ -144,25 +129,17 @@ TEST(AVIMP3SplitterTest, ResyncsAfterGarbageAndBrokenHeaders) {
     EXPECT_EQ(frames[0].mTimeUs, 777);
 }
 
-// ---------------------------------------------------------------------------
-// PCM and G.711
-
 TEST(AVIPCMSplitterTest, ConvertsEveryWidthTo16Bit) {
-    struct Case {
-        uint32_t width;
-        Bytes in;
-        std::vector<int16_t> out;
-    };
-    const Case cases[] = {
+    const struct { uint32_t width; Bytes in; std::vector<int16_t> out; } cases[] = {
         {1, {128, 255, 0, 129}, {0, 32512, -32768, 256}},
         {2, {0x34, 0x12, 0xFF, 0xFF}, {0x1234, -1}},
         {0, {0x34, 0x12, 0xFF, 0xFF}, {0x1234, -1}},  // 0 counts as 16-bit
         {3, {0x11, 0x34, 0x12, 0x22, 0xFE, 0xFF}, {0x1234, -2}},
         {4, {1, 2, 3, 4, 5, 6, 7, 8}, {0, 0}},  // not converted: silence
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.width);
-        sp<DataSplitter> s = new AudioSplitter(audioMeta(MEDIA_MIMETYPE_AUDIO_RAW, 8000, 1), 2, c.width, 0);
+        sp<DataSplitter> s = splitter(MEDIA_MIMETYPE_AUDIO_RAW, 8000, 1, 2, c.width, 0);
         feed(s, c.in, 0);
         std::vector<Frame> frames = drain(s);
         ASSERT_EQ(frames.size(), 1u);
@@ -172,17 +149,14 @@ TEST(AVIPCMSplitterTest, ConvertsEveryWidthTo16Bit) {
 }
 
 TEST(AVIPCMSplitterTest, CutsTwentyMillisecondPiecesAndDropsBeforeSeek) {
-    // 44100 Hz mono 16-bit: 882-frame pieces; a 2000-frame chunk gives 882,
-    // 882 and the 236 left.
-    sp<DataSplitter> s = new AudioSplitter(audioMeta(MEDIA_MIMETYPE_AUDIO_RAW, 44100, 1), 2, 2, 2);
+    // 44100 Hz mono 16-bit: a 2000-frame chunk gives 882, 882 and 236.
+    sp<DataSplitter> s = splitter(MEDIA_MIMETYPE_AUDIO_RAW, 44100, 1, 2, 2, 2);
     feed(s, Bytes(4000, 1), 1000);
     std::vector<Frame> frames = drain(s);
     ASSERT_EQ(frames.size(), 3u);
-    EXPECT_EQ(frames[0].mData.size(), 1764u);
-    EXPECT_EQ(frames[2].mData.size(), 472u);
+    EXPECT_TRUE(frames[0].mData.size() == 1764u && frames[2].mData.size() == 472u);
     EXPECT_EQ(frames[1].mTimeUs, 1000 + 882 * 1000000LL / 44100);
     EXPECT_EQ(frames[2].mTimeUs, 1000 + 1764 * 1000000LL / 44100);
-
     // A seek to 50 ms drops the pieces at 0 and 20 ms (they end before it).
     s->clear();
     feed(s, Bytes(8000, 2), 0);
@@ -191,137 +165,101 @@ TEST(AVIPCMSplitterTest, CutsTwentyMillisecondPiecesAndDropsBeforeSeek) {
     frames = drain(s, &last, &seek);
     ASSERT_FALSE(frames.empty());
     EXPECT_EQ(frames[0].mTimeUs, 1764 * 1000000LL / 44100);
-
     // G.711: bytes copied unchanged, 160 stereo frames per piece at 8 kHz.
-    s = new AudioSplitter(audioMeta(MEDIA_MIMETYPE_AUDIO_G711_ALAW, 8000, 2), 9, 1, 2);
+    s = splitter(MEDIA_MIMETYPE_AUDIO_G711_ALAW, 8000, 2, 9, 1, 2);
     Bytes alaw(700);
     for (size_t i = 0; i < alaw.size(); ++i) alaw[i] = static_cast<uint8_t>(i);
     feed(s, alaw, 0);
     frames = drain(s);
     ASSERT_EQ(frames.size(), 3u);
     EXPECT_EQ(frames[0].mData, Bytes(alaw.begin(), alaw.begin() + 320));
-    EXPECT_EQ(frames[2].mData.size(), 60u);
-    EXPECT_EQ(frames[2].mTimeUs, 40000);
-}
-
-TEST(AVIPCMSplitterTest, UncuttableTracksFailOrWait) {
-    // Under 50 Hz there is no 20 ms piece; no channels, no frame size.
-    for (auto rc : {std::make_pair(40, 1), std::make_pair(8000, 0)}) {
-        sp<DataSplitter> s = new AudioSplitter(audioMeta(MEDIA_MIMETYPE_AUDIO_RAW, rc.first, rc.second), 2, 2, 2);
-        feed(s, Bytes(100, 0), 0);
-        MediaBuffer* out;
-        EXPECT_EQ(s->read(&out, nullptr), ERROR_MALFORMED);
-    }
+    EXPECT_TRUE(frames[2].mData.size() == 60u && frames[2].mTimeUs == 40000);
     // Less than one frame buffered (24-bit stereo is 6 bytes): wait.
-    sp<DataSplitter> s = new AudioSplitter(audioMeta(MEDIA_MIMETYPE_AUDIO_RAW, 8000, 2), 2, 3, 6);
+    s = splitter(MEDIA_MIMETYPE_AUDIO_RAW, 8000, 2, 2, 3, 6);
     feed(s, Bytes(5, 0), 0);
     MediaBuffer* out;
     EXPECT_EQ(s->read(&out, nullptr), -11);
 }
 
-// ---------------------------------------------------------------------------
-// ADPCM
-
+// Worked by hand from the IMA tables: {block, expected samples}. Clamped at
+// the top (step index 200 is limited to 88, step 32767); the largest down
+// step is 32767 - 32767 * 15 / 8, then clamped low.
 TEST(AVIADPCMSplitterTest, IMABlockDecodesKnownSamples) {
-    // Worked by hand from the IMA tables: predictor 0, step index 0.
-    Bytes block = {0x00, 0x00, 0x00, 0x00, 0x07, 0x08, 0x00, 0x00};
-    int16_t out[9];
-    AudioSplitter::DecodeIMABlock(block.data(), block.size(), 1, 9, out);
-    const int16_t expected[9] = {0, 13, 15, 14, 15, 16, 17, 18, 19};
-    for (int i = 0; i < 9; ++i) EXPECT_EQ(out[i], expected[i]) << i;
-
-    // Clamped at the top; step index 200 is limited to 88 (step 32767).
-    Bytes loud = {0xFF, 0x7F, 200, 0x00, 0x77, 0x00};
-    int16_t clamped[5];
-    AudioSplitter::DecodeIMABlock(loud.data(), loud.size(), 1, 5, clamped);
-    EXPECT_EQ(clamped[1], 32767);
-    EXPECT_EQ(clamped[2], 32767);
-    // The largest down step: 32767 - 32767 * 15 / 8, then clamped low.
-    Bytes down = {0xFF, 0x7F, 88, 0x00, 0xFF, 0x00};
-    AudioSplitter::DecodeIMABlock(down.data(), down.size(), 1, 5, clamped);
-    EXPECT_EQ(clamped[1], -28671);
-    EXPECT_EQ(clamped[2], -32768);
+    const std::pair<Bytes, std::vector<int16_t>> cases[] = {
+        {{0x00, 0x00, 0x00, 0x00, 0x07, 0x08, 0x00, 0x00}, {0, 13, 15, 14, 15, 16, 17, 18, 19}},
+        {{0xFF, 0x7F, 200, 0x00, 0x77, 0x00}, {32767, 32767, 32767}},
+        {{0xFF, 0x7F, 88, 0x00, 0xFF, 0x00}, {32767, -28671, -32768}},
+    };
+    for (const auto& c : cases) {
+        int16_t out[9];
+        AudioSplitter::DecodeIMABlock(c.first.data(), c.first.size(), 1, c.first.size() == 8 ? 9 : 5, out);
+        EXPECT_EQ(std::vector<int16_t>(out, out + c.second.size()), c.second);
+    }
 }
 
-TEST(AVIADPCMSplitterTest, StereoBlockGeometryAndPackingWarning) {
-    // nBlockAlign 2048, stereo: 4082 samples (2041 per channel), 8164 bytes.
-    sp<DataSplitter> s = new AudioSplitter(audioMeta(MEDIA_MIMETYPE_AUDIO_RAW, 22050, 2), 7, 0, 2048);
+TEST(AVIADPCMSplitterTest, BlockGeometryAndPackingWarning) {
+    // nBlockAlign 2048, stereo: 2041 samples per channel, 8164 bytes.
+    sp<DataSplitter> s = splitter(MEDIA_MIMETYPE_AUDIO_RAW, 22050, 2, 7, 0, 2048);
     Bytes blocks(4096, 0);
-    blocks[0] = 0x10;  // left predictor 16
-    blocks[4] = 0xF0;  // right predictor -16 (0xFFF0)
-    blocks[5] = 0xFF;
+    blocks[0] = 0x10;                   // left predictor 16
+    blocks[4] = 0xF0, blocks[5] = 0xFF;  // right predictor -16
     feed(s, blocks, 0);
     std::vector<Frame> frames = drain(s);
     ASSERT_EQ(frames.size(), 2u);
     EXPECT_EQ(frames[0].mData.size(), 8164u);
-    EXPECT_EQ(sampleAt(frames[0].mData, 0), 16);
-    EXPECT_EQ(sampleAt(frames[0].mData, 1), -16);
+    EXPECT_TRUE(sampleAt(frames[0].mData, 0) == 16 && sampleAt(frames[0].mData, 1) == -16);
     EXPECT_EQ(frames[1].mTimeUs, 2041 * 1000000LL / 22050);
-
-    // nBlockAlign 1026: the block is not a whole number of 4-byte groups.
+    // nBlockAlign 1026: not a whole number of 4-byte groups; warned per read.
     LogCapture log;
-    s = new AudioSplitter(audioMeta(MEDIA_MIMETYPE_AUDIO_RAW, 22050, 2), 7, 0, 1026);
+    s = splitter(MEDIA_MIMETYPE_AUDIO_RAW, 22050, 2, 7, 0, 1026);
     feed(s, Bytes(3000, 0), 0);
     status_t last = OK;
-    EXPECT_TRUE(drain(s, &last).empty());
-    EXPECT_EQ(last, -11);
-    EXPECT_TRUE(drain(s, &last).empty());
-    EXPECT_EQ(log.count("8 samples of one channel should be packed together for multi-channel IMA ADPCM.",
-                        ANDROID_LOG_WARN),
-              2u);
-
-    // MS ADPCM mono, nBlockAlign 1024: (1024 - 6) * 2 = 2036 samples out of
-    // 4 + 2035 / 2 = 1021 input bytes, through the IMA decoder.
-    s = new AudioSplitter(audioMeta(MEDIA_MIMETYPE_AUDIO_RAW, 22050, 1), 8, 0, 1024);
+    for (int i = 0; i < 2; ++i) EXPECT_TRUE(drain(s, &last).empty() && last == -11);
+    EXPECT_EQ(log.count("8 samples of one channel should be packed together for multi-channel IMA ADPCM.", ANDROID_LOG_WARN), 2u);
+    // MS ADPCM mono through the IMA decoder, nBlockAlign 1024: (1024 - 6) * 2 samples.
+    s = splitter(MEDIA_MIMETYPE_AUDIO_RAW, 22050, 1, 8, 0, 1024);
     feed(s, Bytes(2048, 0), 0);
     frames = drain(s);
     ASSERT_EQ(frames.size(), 2u);
     EXPECT_EQ(frames[0].mData.size(), 4072u);
-
     // A block too small for its channel headers.
-    s = new AudioSplitter(audioMeta(MEDIA_MIMETYPE_AUDIO_RAW, 22050, 2), 7, 0, 8);
+    s = splitter(MEDIA_MIMETYPE_AUDIO_RAW, 22050, 2, 7, 0, 8);
     feed(s, Bytes(100, 0), 0);
     MediaBuffer* out;
     EXPECT_EQ(s->read(&out, nullptr), ERROR_MALFORMED);
 }
 
-// ---------------------------------------------------------------------------
-// AAC, AC-3, WMA
-
 Bytes adtsFrame(size_t payload, uint8_t fill) {
     size_t len = payload + 7;
-    Bytes f = {0xFF, 0xF1, static_cast<uint8_t>((1 << 6) | (4 << 2)), static_cast<uint8_t>((2 << 6) | (len >> 11)),
+    Bytes f = {0xFF, 0xF1, (1 << 6) | (4 << 2), static_cast<uint8_t>((2 << 6) | (len >> 11)),
                static_cast<uint8_t>((len >> 3) & 0xFF), static_cast<uint8_t>(((len & 7) << 5) | 0x1F), 0xFC};
     f.insert(f.end(), payload, fill);
     return f;
 }
 
+// ADTS needs four frames to confirm sync, then loses its headers; raw AAC
+// hands out everything buffered per read.
 TEST(AVIAACSplitterTest, ADTSFramesLoseTheirHeaderAndRawChunksPassWhole) {
-    sp<DataSplitter> s = new AudioSplitter(audioMeta(MEDIA_MIMETYPE_AUDIO_AAC, 44100, 2), 0, 0, 0);
+    sp<DataSplitter> s = splitter(MEDIA_MIMETYPE_AUDIO_AAC, 44100, 2, 0, 0, 0);
     Bytes stream;
     for (int i = 0; i < 6; ++i) {
         Bytes f = adtsFrame(20 + i, static_cast<uint8_t>(i));
         stream.insert(stream.end(), f.begin(), f.end());
     }
-    // Three frames are not enough to confirm sync; four are.
-    size_t threeFrames = 27 + 28 + 29;
+    const size_t threeFrames = 27 + 28 + 29;
     feed(s, Bytes(stream.begin(), stream.begin() + threeFrames), 100);
     EXPECT_TRUE(drain(s).empty());
     feed(s, Bytes(stream.begin() + threeFrames, stream.end()), 999);
     std::vector<Frame> frames = drain(s);
     ASSERT_EQ(frames.size(), 6u);
     for (int i = 0; i < 6; ++i) {
-        EXPECT_EQ(frames[i].mData, Bytes(20 + i, static_cast<uint8_t>(i)));
-        EXPECT_EQ(frames[i].mTimeUs, 100 + i * 1024 * 1000000LL / 44100);
+        EXPECT_TRUE(frames[i].mData == Bytes(20 + i, static_cast<uint8_t>(i)) && frames[i].mTimeUs == 100 + i * 1024 * 1000000LL / 44100) << i;
     }
-    // Bytes that are no ADTS header at the read position are malformed.
-    feed(s, Bytes(20, 0x00), 0);
+    feed(s, Bytes(20, 0x00), 0);  // no ADTS header at the read position
     status_t last;
     drain(s, &last);
     EXPECT_EQ(last, ERROR_MALFORMED);
-
-    // Raw AAC: each read hands out everything buffered.
-    s = new AudioSplitter(audioMeta(MEDIA_MIMETYPE_AUDIO_AAC, 44100, 2), 0, 0, 0);
+    s = splitter(MEDIA_MIMETYPE_AUDIO_AAC, 44100, 2, 0, 0, 0);
     feed(s, Bytes(300, 0x21), 0);
     feed(s, Bytes(200, 0x22), 0);
     frames = drain(s);
@@ -335,122 +273,95 @@ TEST(AVIAACSplitterTest, ADTSFramesLoseTheirHeaderAndRawChunksPassWhole) {
 
 Bytes ac3Frame(uint8_t fscod, uint8_t frmsizecod, size_t size, uint8_t acmod = 2) {
     Bytes f(size, 0x5A);
-    f[0] = 0x0B;
-    f[1] = 0x77;
-    f[2] = f[3] = 0;
+    f[0] = 0x0B, f[1] = 0x77, f[2] = f[3] = 0;
     f[4] = static_cast<uint8_t>((fscod << 6) | frmsizecod);
-    f[5] = static_cast<uint8_t>(8 << 3);
+    f[5] = 8 << 3;
     f[6] = static_cast<uint8_t>(acmod << 5);
     return f;
 }
 
 TEST(AVIAC3SplitterTest, HeaderParsing) {
-    struct Case {
-        const char* name;
-        Bytes header;
-        bool parses;
-        size_t frameSize;
-        int32_t rate;
-        int32_t channels;
-    };
     // E-AC-3, bsid 16: strmtyp 0, frmsiz 0x1FF, fscod 3, fscod2 1, acmod 2, lfeon 1.
-    Bytes eac3 = {0x0B, 0x77, 0x01, 0xFF, 0xD5, 0x80, 0x00};
-    Bytes fiveBytes = ac3Frame(0, 12, 8);
-    fiveBytes.resize(5);
-    Bytes eac3Reserved = eac3;
-    eac3Reserved[4] = 0xF5;  // fscod 3, fscod2 3
-    const Case cases[] = {
-        {"48k code 12", ac3Frame(0, 12, 8), true, 384, 48000, 2},
-        {"44.1k code 37", ac3Frame(1, 37, 8, 7), true, 2788, 44100, 5},
-        {"32k code 0 mono", ac3Frame(2, 0, 8, 1), true, 192, 32000, 1},
-        {"reserved frame size code", ac3Frame(0, 38, 8), false, 0, 0, 0},
-        {"no sync word", Bytes(8, 0x0B), false, 0, 0, 0},
-        {"five bytes", fiveBytes, false, 0, 0, 0},
-        {"E-AC-3 doubled rate", eac3, true, 1024, 88200, 3},
-        {"E-AC-3 reserved fscod2", eac3Reserved, false, 0, 0, 0},
+    const Bytes eac3 = {0x0B, 0x77, 0x01, 0xFF, 0xD5, 0x80, 0x00};
+    const Bytes eac3Reserved = {0x0B, 0x77, 0x01, 0xFF, 0xF5, 0x80, 0x00};  // fscod2 3
+    const struct { const char* name; Bytes header; size_t frameSize; int32_t rate, channels; } cases[] = {
+        {"48k code 12", ac3Frame(0, 12, 8), 384, 48000, 2},
+        {"44.1k code 37", ac3Frame(1, 37, 8, 7), 2788, 44100, 5},
+        {"32k code 0 mono", ac3Frame(2, 0, 8, 1), 192, 32000, 1},
+        {"E-AC-3 doubled rate", eac3, 1024, 88200, 3},
+        {"reserved frame size code", ac3Frame(0, 38, 8), 0, 0, 0},
+        {"no sync word", Bytes(8, 0x0B), 0, 0, 0},
+        {"five bytes", Bytes(eac3.begin(), eac3.begin() + 5), 0, 0, 0},
+        {"E-AC-3 reserved fscod2", eac3Reserved, 0, 0, 0},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         AudioSplitter::FrameInfo info;
-        ASSERT_EQ(AudioSplitter::ParseAC3Header(c.header.data(), c.header.size(), &info), c.parses);
-        if (!c.parses) continue;
-        EXPECT_EQ(info.mFrameSize, c.frameSize);
-        EXPECT_EQ(info.mSampleRate, c.rate);
-        EXPECT_EQ(info.mChannels, c.channels);
+        ASSERT_EQ(AudioSplitter::ParseAC3Header(c.header.data(), c.header.size(), &info), c.frameSize != 0);
+        if (c.frameSize == 0) continue;
+        EXPECT_TRUE(info.mFrameSize == c.frameSize && info.mSampleRate == c.rate && info.mChannels == c.channels);
         EXPECT_EQ(info.mSamples, 1536u);
     }
 }
 
 TEST(AVIAC3SplitterTest, CutsFramesAfterResync) {
-    sp<DataSplitter> s = new AudioSplitter(audioMeta(MEDIA_MIMETYPE_AUDIO_AC3, 48000, 2), 3, 0, 0);
     Bytes stream = {1, 2, 3};
     for (int i = 0; i < 3; ++i) {
         Bytes f = ac3Frame(0, 12, 384);
         stream.insert(stream.end(), f.begin(), f.end());
     }
-    std::vector<Frame> frames = feedAll(s, stream, 500, 0);
+    std::vector<Frame> frames = feedAll(splitter(MEDIA_MIMETYPE_AUDIO_AC3, 48000, 2, 3, 0, 0), stream, 500, 0);
     ASSERT_EQ(frames.size(), 3u);
     EXPECT_EQ(frames[0].mData, ac3Frame(0, 12, 384));
     EXPECT_EQ(frames[2].mTimeUs, 2 * 32000);
 }
 
+// WMA: all buffered bytes at the last chunk's time. An unknown format tag
+// takes its type from the MIME type: unknown ends the stream, raw is PCM.
 TEST(AVIOtherSplitterTest, WMAUsesChunkTimeAndUnknownTypesEnd) {
-    sp<DataSplitter> s = new AudioSplitter(audioMeta(MEDIA_MIMETYPE_AUDIO_WMA, 44100, 2), 1, 0, 0);
+    sp<DataSplitter> s = splitter(MEDIA_MIMETYPE_AUDIO_WMA, 44100, 2, 1, 0, 0);
     feed(s, Bytes(100, 1), 40);
     feed(s, Bytes(100, 2), 80);
     std::vector<Frame> frames = drain(s);
     ASSERT_EQ(frames.size(), 1u);
-    EXPECT_EQ(frames[0].mTimeUs, 80);
-    EXPECT_EQ(frames[0].mData.size(), 200u);
-
-    // Type derived from the MIME type when the format tag was unknown.
+    EXPECT_TRUE(frames[0].mTimeUs == 80 && frames[0].mData.size() == 200u);
     LogCapture log;
-    s = new AudioSplitter(audioMeta("audio/x-unknown", 44100, 2), 65535, 0, 0);
+    s = splitter("audio/x-unknown", 44100, 2, 65535, 0, 0);
     EXPECT_TRUE(log.contains("Not Supported audio format", ANDROID_LOG_ERROR));
     feed(s, Bytes(100, 1), 0);
     MediaBuffer* out;
     EXPECT_EQ(s->read(&out, nullptr), ERROR_END_OF_STREAM);
-    s = new AudioSplitter(audioMeta(MEDIA_MIMETYPE_AUDIO_RAW, 8000, 1), 65535, 2, 2);
+    s = splitter(MEDIA_MIMETYPE_AUDIO_RAW, 8000, 1, 65535, 2, 2);
     feed(s, Bytes(100, 1), 0);
-    EXPECT_EQ(drain(s).size(), 1u);  // PCM
+    EXPECT_EQ(drain(s).size(), 1u);
 }
 
+// A stream that never syncs keeps at most 16 MiB buffered.
 TEST(AVIOtherSplitterTest, BufferedBytesAreBounded) {
-    // A stream that never syncs keeps at most 16 MiB buffered.
     sp<DataSplitter> s = new MP3Splitter();
-    Bytes junk(1 << 20, 0);
     for (int i = 0; i < 20; ++i) {
-        feed(s, junk, 0);
+        feed(s, Bytes(1 << 20, 0), 0);
         EXPECT_TRUE(drain(s).empty());
     }
 }
 
-// ---------------------------------------------------------------------------
-// Fatal checks
-
-using AVISplitterDeathTest = testing::Test;
-
 TEST(AVISplitterDeathTest, ChecksStayFatal) {
-    sp<DataSplitter> mp3 = new MP3Splitter();
-    MediaBuffer* untimed = chunkBuffer(Bytes(10, 0), 0, false);
-    EXPECT_DEATH(mp3->append(untimed),
-                 checkMessageAt(kSource, 418, "CHECK(buffer->meta_data()->findInt64(kKeyTime, &mBaseTimeUs)) failed."));
-    sp<DataSplitter> pcm = new AudioSplitter(audioMeta(MEDIA_MIMETYPE_AUDIO_RAW, 8000, 1), 2, 2, 2);
-    EXPECT_DEATH(pcm->append(untimed),
-                 checkMessageAt(kSource, 597, "CHECK(buffer->meta_data()->findInt64(kKeyTime, &mBaseTimeUs)) failed."));
+    static MediaBuffer* untimed = chunkBuffer(Bytes(10, 0), 0, false);
+    static const Bytes reservedRate = ac3Frame(3, 12, 8), streamType3 = {0x0B, 0x77, 0xC1, 0xFF, 0x15, 0x80, 0x00};
+    const struct { void (*body)(); int line; const char* check; } cases[] = {
+        {[] { sp<DataSplitter>(new MP3Splitter())->append(untimed); }, 418,
+         "CHECK(buffer->meta_data()->findInt64(kKeyTime, &mBaseTimeUs)) failed."},
+        {[] { splitter(MEDIA_MIMETYPE_AUDIO_RAW, 8000, 1, 2, 2, 2)->append(untimed); }, 597,
+         "CHECK(buffer->meta_data()->findInt64(kKeyTime, &mBaseTimeUs)) failed."},
+        {[] { sp<DataSplitter>(new AudioSplitter(new MetaData, 2, 2, 2)); }, 560,
+         "CHECK(meta->findCString(kKeyMIMEType, &mime)) failed."},
+        {[] { AudioSplitter::FrameInfo i; AudioSplitter::ParseAC3Header(reservedRate.data(), reservedRate.size(), &i); }, 1086,
+         "CHECK(sampleRateIndex != 3) failed."},
+        {[] { AudioSplitter::FrameInfo i; AudioSplitter::ParseAC3Header(streamType3.data(), streamType3.size(), &i); }, 1002,
+         "CHECK(strmtyp <= 2) failed."},
+    };
+    for (const auto& c : cases) EXPECT_DEATH(c.body(), checkMessageAt(kSource, c.line, c.check)) << c.check;
     untimed->release();
-
-    sp<MetaData> noMime = new MetaData;
-    EXPECT_DEATH(new AudioSplitter(noMime, 2, 2, 2),
-                 checkMessageAt(kSource, 560, "CHECK(meta->findCString(kKeyMIMEType, &mime)) failed."));
-
-    Bytes reservedRate = ac3Frame(3, 12, 8);
-    AudioSplitter::FrameInfo info;
-    EXPECT_DEATH(AudioSplitter::ParseAC3Header(reservedRate.data(), reservedRate.size(), &info),
-                 checkMessageAt(kSource, 1086, "CHECK(sampleRateIndex != 3) failed."));
-    Bytes streamType3 = {0x0B, 0x77, 0xC1, 0xFF, 0x15, 0x80, 0x00};
-    EXPECT_DEATH(AudioSplitter::ParseAC3Header(streamType3.data(), streamType3.size(), &info),
-                 checkMessageAt(kSource, 1002, "CHECK(strmtyp <= 2) failed."));
 }
 
 }  // namespace

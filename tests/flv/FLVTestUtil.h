@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <string.h>
+
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -26,19 +29,16 @@ inline std::string failLine(int status, int line, const std::string& step) {
            ")[" + step + "]";
 }
 
-// A MemorySource whose bytes the test may change, or cut short, after the
-// scan, as if the file were rewritten under a running extractor.
+// A MemorySource whose bytes may be changed, or cut to `truncate` bytes,
+// after the scan, as if the file were rewritten under a running extractor.
 class MutableSource : public MemorySource {
 public:
-    explicit MutableSource(std::vector<uint8_t> bytes)
-        : MemorySource(std::move(bytes)), mVisible(mBytes.size()) {}
+    explicit MutableSource(std::vector<uint8_t> bytes) : MemorySource(std::move(bytes)), mVisible(mBytes.size()) {}
     void poke(size_t offset, uint8_t value) { mBytes.at(offset) = value; }
-    // Only the first `size` bytes can be read; the rest come back with a
-    // larger size.
-    void truncate(size_t size) { mVisible = size < mBytes.size() ? size : mBytes.size(); }
+    void truncate(size_t size) { mVisible = std::min(size, mBytes.size()); }
     ssize_t readAt(off64_t offset, void* data, size_t size) override {
         if (offset < 0 || static_cast<uint64_t>(offset) >= mVisible) return 0;
-        const size_t n = size < mVisible - offset ? size : mVisible - offset;
+        const size_t n = std::min(size, mVisible - static_cast<size_t>(offset));
         memcpy(data, mBytes.data() + offset, n);
         return static_cast<ssize_t>(n);
     }
@@ -51,13 +51,6 @@ private:
     size_t mVisible;
 };
 
-// A source that is not ready to be read.
-class NotReadySource : public MemorySource {
-public:
-    NotReadySource() : MemorySource({}) {}
-    status_t initCheck() const override { return NO_INIT; }
-};
-
 inline sp<ZIRKFLVExtractor> openFLV(const std::vector<uint8_t>& bytes) {
     return new ZIRKFLVExtractor(new MemorySource(bytes));
 }
@@ -65,8 +58,8 @@ inline sp<ZIRKFLVExtractor> openFLV(const std::vector<uint8_t>& bytes) {
 struct Sample {
     int64_t timeUs = -1;
     bool sync = false;
-    std::vector<uint8_t> data;       // the buffer's range
-    std::vector<uint8_t> written;    // from the start of the buffer to its end
+    std::vector<uint8_t> data;     // the buffer's range
+    std::vector<uint8_t> written;  // from the start of the buffer to its end
 };
 
 inline status_t readSample(const sp<MediaSource>& source, Sample* out,
@@ -78,8 +71,7 @@ inline status_t readSample(const sp<MediaSource>& source, Sample* out,
         return err;
     }
     const uint8_t* base = static_cast<const uint8_t*>(buffer->data());
-    out->data.assign(base + buffer->range_offset(),
-                     base + buffer->range_offset() + buffer->range_length());
+    out->data.assign(base + buffer->range_offset(), base + buffer->range_offset() + buffer->range_length());
     out->written.assign(base, base + buffer->size());
     int32_t sync = 0;
     out->sync = buffer->meta_data()->findInt32(kKeyIsSyncFrame, &sync) && sync == 1;
@@ -88,8 +80,7 @@ inline status_t readSample(const sp<MediaSource>& source, Sample* out,
     return OK;
 }
 
-// Every sample of a started source, until the first error (which must be
-// the end of the stream).
+// Every sample of a started source; the first error must be the end.
 inline std::vector<Sample> readAll(const sp<MediaSource>& source) {
     std::vector<Sample> samples;
     Sample s;
