@@ -1,8 +1,8 @@
-// ZIRKByteReader is the only way parsers touch file bytes; every boundary
-// must hold exactly (reads ending on the last byte succeed, one more fails
-// without moving). Exact-size heap buffers make ASan catch any overrun.
+// ZIRKByteReader is the only way parsers touch file bytes: reads ending on the
+// last byte succeed, one more fails without moving. Exact-size heap buffers.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <vector>
 
 #include "common/ZIRKByteReader.h"
@@ -17,122 +17,74 @@ protected:
     ZIRKByteReader mReader{mBytes.data(), mBytes.size()};
 };
 
-TEST_F(ZIRKByteReaderTest, ReadsEndingExactlyAtTheEnd) {
-    struct Case {
-        size_t mSkip;
-        int mWidth;
-        uint64_t mBE;
-        uint64_t mLE;
+typedef std::function<bool(ZIRKByteReader&, uint64_t*)> Read;
+template <typename T>
+Read read(bool (ZIRKByteReader::*method)(T*)) {
+    return [method](ZIRKByteReader& r, uint64_t* v) { T x = T(*v); bool ok = (r.*method)(&x); *v = x; return ok; };
+}
+
+// Each read starts `skip` bytes in and ends on the last byte; one byte further
+// in, it must fail without moving or writing.
+TEST_F(ZIRKByteReaderTest, ReadsEndingExactlyAtTheEndAndOnePast) {
+    const struct { size_t mSkip; uint64_t mValue; Read mRead; } kCases[] = {
+        {8, 0x09, read(&ZIRKByteReader::readU8)},
+        {7, 0x0809, read(&ZIRKByteReader::readBE16)}, {7, 0x0908, read(&ZIRKByteReader::readLE16)},
+        {6, 0x070809, read(&ZIRKByteReader::readBE24)},
+        {5, 0x06070809, read(&ZIRKByteReader::readBE32)}, {5, 0x09080706, read(&ZIRKByteReader::readLE32)},
+        {1, 0x0203040506070809ull, read(&ZIRKByteReader::readBE64)},
+        {1, 0x0908070605040302ull, read(&ZIRKByteReader::readLE64)},
     };
-    const Case kCases[] = {
-        {8, 1, 0x09, 0x09},
-        {7, 2, 0x0809, 0x0908},
-        {6, 3, 0x070809, 0x090807},
-        {5, 4, 0x06070809, 0x09080706},
-        {1, 8, 0x0203040506070809ull, 0x0908070605040302ull},
-    };
-    for (const Case& c : kCases) {
-        SCOPED_TRACE(c.mWidth);
-        for (bool bigEndian : {true, false}) {
-            if (c.mWidth == 3 && !bigEndian) continue;  // no 24-bit LE reader
-            ZIRKByteReader r(mBytes.data(), mBytes.size());
-            ASSERT_TRUE(r.skip(c.mSkip));
-            uint64_t v = 0;
-            bool ok = false;
-            switch (c.mWidth) {
-                case 1: { uint8_t x = 0; ok = r.readU8(&x); v = x; break; }
-                case 2: { uint16_t x = 0; ok = bigEndian ? r.readBE16(&x) : r.readLE16(&x); v = x; break; }
-                case 3: { uint32_t x = 0; ok = r.readBE24(&x); v = x; break; }
-                case 4: { uint32_t x = 0; ok = bigEndian ? r.readBE32(&x) : r.readLE32(&x); v = x; break; }
-                case 8: { uint64_t x = 0; ok = bigEndian ? r.readBE64(&x) : r.readLE64(&x); v = x; break; }
-            }
-            ASSERT_TRUE(ok);
-            EXPECT_EQ(v, bigEndian ? c.mBE : c.mLE);
-            EXPECT_TRUE(r.atEnd());
-        }
+    for (const auto& c : kCases) {
+        ZIRKByteReader atEnd(mBytes.data(), mBytes.size()), past(mBytes.data(), mBytes.size());
+        uint64_t v = 0, untouched = 0xAA;
+        ASSERT_TRUE(atEnd.skip(c.mSkip) && past.skip(c.mSkip + 1));
+        EXPECT_TRUE(c.mRead(atEnd, &v) && atEnd.atEnd()) << c.mSkip;
+        EXPECT_EQ(v, c.mValue);
+        EXPECT_FALSE(c.mRead(past, &untouched)) << c.mSkip;
+        EXPECT_TRUE(untouched == 0xAA && past.position() == c.mSkip + 1) << c.mSkip;
     }
-}
-
-TEST_F(ZIRKByteReaderTest, ReadOnePastTheEndFailsWithoutMoving) {
     ASSERT_TRUE(mReader.skip(6));
-    uint32_t v32 = 0xAAAAAAAA;
-    EXPECT_FALSE(mReader.readBE32(&v32));
-    EXPECT_FALSE(mReader.readLE32(&v32));
-    EXPECT_EQ(v32, 0xAAAAAAAAu);
-    uint64_t v64;
-    EXPECT_FALSE(mReader.readBE64(&v64));
-    EXPECT_EQ(mReader.position(), 6u);
-    uint8_t buf[4];
+    uint8_t buf[4], b;
     EXPECT_FALSE(mReader.readBytes(buf, 4));
-    EXPECT_TRUE(mReader.readBytes(buf, 3));
-    EXPECT_TRUE(mReader.readBytes(buf, 0));
-    uint8_t b;
-    EXPECT_FALSE(mReader.readU8(&b));
-    EXPECT_FALSE(mReader.peekU8(&b));
-    EXPECT_FALSE(mReader.skip(1));
-    EXPECT_TRUE(mReader.skip(0));
+    EXPECT_TRUE(mReader.readBytes(buf, 3) && mReader.readBytes(buf, 0) && mReader.skip(0));
+    EXPECT_FALSE(mReader.readU8(&b) || mReader.peekU8(&b) || mReader.skip(1));
 }
 
-TEST_F(ZIRKByteReaderTest, SkipNearSizeMaxDoesNotWrap) {
+TEST_F(ZIRKByteReaderTest, SkipAndSeekBounds) {
     ASSERT_TRUE(mReader.skip(2));
-    EXPECT_FALSE(mReader.skip(SIZE_MAX));
-    EXPECT_FALSE(mReader.skip(SIZE_MAX - 1));
+    EXPECT_FALSE(mReader.skip(SIZE_MAX) || mReader.skip(SIZE_MAX - 1));  // no wrap
     EXPECT_EQ(mReader.position(), 2u);
-}
-
-TEST_F(ZIRKByteReaderTest, Seek) {
-    EXPECT_TRUE(mReader.seek(9));  // the end itself is a valid position
-    EXPECT_TRUE(mReader.atEnd());
+    EXPECT_TRUE(mReader.seek(9) && mReader.atEnd());  // the end itself is a position
     EXPECT_FALSE(mReader.seek(10));
     EXPECT_EQ(mReader.position(), 9u);
-    EXPECT_TRUE(mReader.seek(3));
     uint8_t b;
-    ASSERT_TRUE(mReader.peekU8(&b));
+    ASSERT_TRUE(mReader.seek(3) && mReader.peekU8(&b));
     EXPECT_EQ(b, 0x04);
     EXPECT_EQ(mReader.position(), 3u);
     EXPECT_EQ(*mReader.current(), 0x04);
+    ZIRKByteReader null(nullptr, 100);
+    EXPECT_TRUE(null.size() == 0u && null.atEnd() && !null.readU8(&b) && !ZIRKByteReader().skip(1));
 }
 
-TEST_F(ZIRKByteReaderTest, SubReaderIsConfinedToItsRange) {
+TEST_F(ZIRKByteReaderTest, SubReadersAreConfinedToTheirRange) {
     ASSERT_TRUE(mReader.skip(2));
-    ZIRKByteReader sub;
+    ZIRKByteReader sub, rest, empty;
     ASSERT_TRUE(mReader.subReader(3, &sub));
-    EXPECT_EQ(mReader.position(), 5u);
-    EXPECT_EQ(sub.size(), 3u);
+    EXPECT_TRUE(mReader.position() == 5u && sub.size() == 3u);
     uint32_t v;
     EXPECT_FALSE(sub.readBE32(&v));  // the parent still has bytes; the child may not use them
     ASSERT_TRUE(sub.readBE24(&v));
     EXPECT_EQ(v, 0x030405u);
-
-    ZIRKByteReader tooBig;
-    EXPECT_FALSE(mReader.subReader(5, &tooBig));
+    EXPECT_FALSE(mReader.subReader(5, &rest));
     EXPECT_EQ(mReader.position(), 5u);
-    ASSERT_TRUE(mReader.subReader(4, &tooBig));  // exactly the rest
-    EXPECT_TRUE(mReader.atEnd());
-    ZIRKByteReader empty;
-    EXPECT_TRUE(mReader.subReader(0, &empty));
-    EXPECT_EQ(empty.size(), 0u);
-}
-
-TEST_F(ZIRKByteReaderTest, ClampedSubReaderTakesWhatIsLeft) {
-    ASSERT_TRUE(mReader.skip(7));
-    ZIRKByteReader sub = mReader.clampedSubReader(SIZE_MAX);
-    EXPECT_EQ(sub.size(), 2u);
-    EXPECT_TRUE(mReader.atEnd());
-    uint16_t v;
-    ASSERT_TRUE(sub.readBE16(&v));
-    EXPECT_EQ(v, 0x0809);
-    EXPECT_EQ(mReader.clampedSubReader(4).size(), 0u);
-}
-
-TEST(ZIRKByteReaderNullTest, NullDataIsEmpty) {
-    ZIRKByteReader r(nullptr, 100);
-    EXPECT_EQ(r.size(), 0u);
-    EXPECT_TRUE(r.atEnd());
-    uint8_t b;
-    EXPECT_FALSE(r.readU8(&b));
-    ZIRKByteReader def;
-    EXPECT_FALSE(def.skip(1));
+    EXPECT_TRUE(mReader.subReader(4, &rest) && mReader.atEnd());  // exactly the rest
+    EXPECT_TRUE(mReader.subReader(0, &empty) && empty.size() == 0u);
+    ZIRKByteReader tail(mBytes.data(), mBytes.size());
+    ASSERT_TRUE(tail.skip(7));
+    ZIRKByteReader clamped = tail.clampedSubReader(SIZE_MAX);
+    EXPECT_TRUE(clamped.size() == 2u && tail.atEnd() && tail.clampedSubReader(4).size() == 0u);
+    uint16_t v16;
+    EXPECT_TRUE(clamped.readBE16(&v16) && v16 == 0x0809);
 }
 
 }  // namespace
