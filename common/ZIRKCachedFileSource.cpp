@@ -11,7 +11,7 @@
 
 namespace android {
 
-ZIRKCachedFileSource::ZIRKCachedFileSource(const char* path) : mFd(-1), mLength(0), mUseClock(0) {
+ZIRKCachedFileSource::ZIRKCachedFileSource(const char* path) : mFd(-1), mLength(0), mUseClock(0), mLastSmallReadEnd(-1) {
     int fd = open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) return;
     struct stat st;
@@ -62,6 +62,10 @@ ssize_t ZIRKCachedFileSource::readAt(off64_t offset, void* data, size_t size) {
     if (size >= kDirectReadBytes) return preadFully(offset, data, size);
 
     std::lock_guard<std::mutex> lock(mLock);
+    const bool sequential = mLastSmallReadEnd >= 0 && offset >= mLastSmallReadEnd - static_cast<int64_t>(kSequentialGapBytes) &&
+                            offset - mLastSmallReadEnd <= static_cast<int64_t>(kSequentialGapBytes);
+    mLastSmallReadEnd = offset + static_cast<int64_t>(size);
+    const size_t refillBytes = sequential ? kWindowBytes : std::max(kSparseRefillBytes, size);
     uint8_t* out = static_cast<uint8_t*>(data);
     size_t done = 0;
     while (done < size) {
@@ -84,7 +88,7 @@ ssize_t ZIRKCachedFileSource::readAt(off64_t offset, void* data, size_t size) {
                 victim->mBytes.reset(new (std::nothrow) uint8_t[kWindowBytes]);
                 if (!victim->mBytes) return preadFully(offset, data, size);
             }
-            ssize_t n = preadFully(at, victim->mBytes.get(), kWindowBytes);
+            ssize_t n = preadFully(at, victim->mBytes.get(), refillBytes);
             if (n <= 0) {
                 victim->mOffset = -1;
                 victim->mLength = 0;

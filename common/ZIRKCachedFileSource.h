@@ -1,8 +1,12 @@
 // ZIRKCachedFileSource: a DataSource over a file that makes many small reads
 // cheap. Small reads are served from a few read-ahead windows of the file;
 // reads of at least kDirectReadBytes go straight to the file with pread, into
-// the caller's memory, without a copy. Results are byte-for-byte those of a
-// plain pread of the same range.
+// the caller's memory, without a copy. Read-ahead adapts to the pattern: a
+// small read that continues the previous ones (a scan over small tags or
+// chunks) refills a whole window, while a small read far from them (the
+// header of the next large sample) fetches one page, so that files of large
+// samples are not read twice. Results are byte-for-byte those of a plain
+// pread of the same range.
 //
 // Memory is bounded: kWindowCount windows of kWindowBytes each, allocated
 // when first used. readAt is safe from several threads at once (one lock
@@ -31,7 +35,12 @@ public:
     // for all windows together.
     static const size_t kWindowBytes = 256 * 1024;
     // Reads this large gain nothing from a copy through a window.
-    static const size_t kDirectReadBytes = 64 * 1024;
+    static const size_t kDirectReadBytes = 16 * 1024;
+    // A small read starting at most this far past the end of the previous
+    // small read continues a sequential walk.
+    static const size_t kSequentialGapBytes = 16 * 1024;
+    // What a small read away from the walk fetches: one page.
+    static const size_t kSparseRefillBytes = 4096;
 
     explicit ZIRKCachedFileSource(const char* path);
 
@@ -57,6 +66,7 @@ private:
     std::mutex mLock;
     Window mWindows[kWindowCount];
     uint64_t mUseClock;
+    int64_t mLastSmallReadEnd;
 };
 
 }  // namespace android

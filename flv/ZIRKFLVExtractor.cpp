@@ -42,11 +42,12 @@ const size_t kTagDataPreviewSize = 2;
 const size_t kAVCConfigPrefixSize = 5;
 // Sound byte and AACPacketType in front of an AudioSpecificConfig.
 const size_t kAACConfigPrefixSize = 2;
-// The scan's read-ahead, freed when the scan ends. The scan touches every
-// header of the file, and in files of small tags that is every page: 64 KiB
-// refills keep the per-read cost of the data source out of the scan (and are
-// large enough for a caching source to pass them straight to the file).
+// The scan's read-ahead, freed when the scan ends. Where tags are small the
+// scan touches every page, and 64 KiB refills keep the data source's per-read
+// cost out of it; where the scan has just jumped over a large tag, a one-page
+// refill reads little more than the next header instead of the tag's data.
 const size_t kScanWindowSize = 64 * 1024;
+const size_t kScanSparseRefill = 4096;
 
 // Defaults of a video track when onMetaData does not give its size.
 const int32_t kDefaultWidth = 640;
@@ -357,7 +358,11 @@ ssize_t ZIRKFLVExtractor::readScanBytes(off64_t offset, void* data, size_t size)
         }
     }
     if (size <= mScanWindow.size()) {
-        const ssize_t n = mDataSource->readAt(offset, mScanWindow.data(), mScanWindow.size());
+        const bool jumped = mScanWindowLength > 0 && offset > mScanWindowOffset &&
+                            static_cast<uint64_t>(offset - mScanWindowOffset) >
+                                    mScanWindowLength + kScanSparseRefill;
+        const size_t refill = jumped && size <= kScanSparseRefill ? kScanSparseRefill : mScanWindow.size();
+        const ssize_t n = mDataSource->readAt(offset, mScanWindow.data(), refill);
         if (n >= 0 && static_cast<size_t>(n) >= size) {
             mScanWindowOffset = offset;
             mScanWindowLength = static_cast<size_t>(n);
