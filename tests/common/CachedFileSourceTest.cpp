@@ -2,7 +2,6 @@
 // every read pattern the extractors use (small header reads walking forward,
 // reads straddling window edges, large direct reads, reads past the end), and
 // stay exact with several threads reading at once.
-#include <dirent.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -23,21 +22,6 @@ using namespace android;
 
 namespace {
 
-std::vector<std::string> mediaFiles() {
-    std::vector<std::string> files;
-    DIR* dir = opendir(test::testdataPath("").c_str());
-    if (dir == nullptr) return files;
-    while (dirent* e = readdir(dir)) {
-        std::string name = e->d_name;
-        if (name.size() > 4 && (name.compare(name.size() - 4, 4, ".flv") == 0 ||
-                                name.compare(name.size() - 4, 4, ".avi") == 0)) {
-            files.push_back(name);
-        }
-    }
-    closedir(dir);
-    std::sort(files.begin(), files.end());
-    return files;
-}
 
 struct Read {
     off64_t offset;
@@ -86,10 +70,10 @@ void expectSameReads(const sp<DataSource>& plain, const sp<DataSource>& cached, 
     }
 }
 
-class CachedFileSourceTest : public ::testing::TestWithParam<std::string> {};
+class CachedFileSourceTest : public ::testing::TestWithParam<test::MediaFile> {};
 
 TEST_P(CachedFileSourceTest, ReadsEqualPlainPread) {
-    const std::string path = test::testdataPath(GetParam());
+    const std::string path = test::testdataPath(GetParam().name);
     sp<DataSource> plain = new FileSource(path.c_str());
     sp<DataSource> cached = new ZIRKCachedFileSource(path.c_str());
     ASSERT_EQ(cached->initCheck(), OK);
@@ -97,11 +81,11 @@ TEST_P(CachedFileSourceTest, ReadsEqualPlainPread) {
     ASSERT_EQ(plain->getSize(&size), OK);
     ASSERT_EQ(cached->getSize(&cachedSize), OK);
     ASSERT_EQ(size, cachedSize);
-    expectSameReads(plain, cached, static_cast<size_t>(size), 1, GetParam());
+    expectSameReads(plain, cached, static_cast<size_t>(size), 1, GetParam().name);
 }
 
 TEST_P(CachedFileSourceTest, ConcurrentReadersStayExact) {
-    const std::string path = test::testdataPath(GetParam());
+    const std::string path = test::testdataPath(GetParam().name);
     sp<DataSource> plain = new FileSource(path.c_str());
     sp<DataSource> cached = new ZIRKCachedFileSource(path.c_str());
     off64_t size = 0;
@@ -111,19 +95,15 @@ TEST_P(CachedFileSourceTest, ConcurrentReadersStayExact) {
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
-            expectSameReads(plain, cached, static_cast<size_t>(size), 100 + t, GetParam());
+            expectSameReads(plain, cached, static_cast<size_t>(size), 100 + t, GetParam().name);
         });
     }
     for (std::thread& t : threads) t.join();
 }
 
-INSTANTIATE_TEST_SUITE_P(RealFiles, CachedFileSourceTest, ::testing::ValuesIn(mediaFiles()),
-                         [](const ::testing::TestParamInfo<std::string>& info) {
-                             std::string n = info.param;
-                             for (char& c : n) {
-                                 if (!isalnum(static_cast<unsigned char>(c))) c = '_';
-                             }
-                             return n;
+INSTANTIATE_TEST_SUITE_P(RealFiles, CachedFileSourceTest, ::testing::ValuesIn(test::mediaTestFiles()),
+                         [](const ::testing::TestParamInfo<test::MediaFile>& info) {
+                             return test::testNameFor(info.param.name);
                          });
 
 // The real files fit in one window; this one spans several, so reads cross

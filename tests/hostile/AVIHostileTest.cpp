@@ -15,6 +15,7 @@
 #include <media/stagefright/MediaErrors.h>
 
 #include "AVIBuilder.h"
+#include "CheckMatchers.h"
 #include "TestDataSources.h"
 #include "entry/ZIRKExtractorEntry.h"
 #include "fuzz/ZIRKFuzzHarness.h"
@@ -109,15 +110,6 @@ size_t idx1Entry(size_t k) { return 8 + 16 * k; }
 size_t ixEntry(size_t k) { return 32 + 8 * k; }
 const uint32_t kFarAway = 0x7FFFFFF0;
 
-// `fired` is "<source>:<line> <text>", with `text` given up to any point
-// (a comparison check's values may be left out).
-bool isCheck(const std::string& fired, const std::string& text) {
-    const std::string head = std::string(kSource) + ":";
-    if (fired.compare(0, head.size(), head) != 0) return false;
-    size_t i = head.size();
-    while (i < fired.size() && isdigit(static_cast<unsigned char>(fired[i]))) ++i;
-    return i > head.size() && fired.compare(i, text.size() + 1, " " + text) == 0;
-}
 
 struct Row {
     const char* id;
@@ -290,7 +282,7 @@ TEST_P(AVIHostileTest, FailsAsPinned) {
         fired = check.message;
     }
     if (row.fatal != nullptr) {
-        EXPECT_TRUE(isCheck(fired, row.fatal)) << "fired: " << fired;
+        EXPECT_TRUE(isCheckMessage(fired, kSource, row.fatal)) << "fired: " << fired;
     } else {
         EXPECT_EQ(fired, "");
         EXPECT_EQ(tracks, row.tracks);

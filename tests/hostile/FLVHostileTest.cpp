@@ -17,6 +17,7 @@
 #include <media/stagefright/MetaData.h>
 
 #include "FLVBuilder.h"
+#include "CheckMatchers.h"
 #include "TestDataSources.h"
 #include "entry/ZIRKExtractorEntry.h"
 #include "fuzz/ZIRKFuzzHarness.h"
@@ -63,15 +64,6 @@ Bytes keyFrameAt(uint32_t timeMs) { return B().header().video(timeMs, B::kKey, B
 // MP3 tags at 0 and 26 ms.
 B mp3() { return B().header().audio(0, B::kMP3Mono22k, kMP3).audio(26, B::kMP3Mono22k, kMP3); }
 
-// `fired` is "<source>:<line> <text>", with `text` given up to any point
-// (a comparison check's values may be left out).
-bool isCheck(const std::string& fired, const std::string& text) {
-    const std::string head = std::string(kSource) + ":";
-    if (fired.compare(0, head.size(), head) != 0) return false;
-    size_t i = head.size();
-    while (i < fired.size() && isdigit(static_cast<unsigned char>(fired[i]))) ++i;
-    return i > head.size() && fired.compare(i, text.size() + 1, " " + text) == 0;
-}
 
 struct Row {
     const char* id;
@@ -202,7 +194,7 @@ TEST_P(FLVHostileTest, FailsAsPinned) {
         fired = check.message;
     }
     if (row.fatal != nullptr) {
-        EXPECT_TRUE(isCheck(fired, row.fatal)) << "fired: " << fired;
+        EXPECT_TRUE(isCheckMessage(fired, kSource, row.fatal)) << "fired: " << fired;
     } else {
         EXPECT_EQ(fired, "");
         EXPECT_EQ(tracks, row.tracks);

@@ -7,7 +7,6 @@
 // not crash, trip a sanitizer, or invent a track. A source that cannot tell
 // its size must change nothing: both extractors only use the size to bound
 // what they allocate.
-#include <dirent.h>
 
 #include <algorithm>
 #include <string>
@@ -33,29 +32,8 @@ namespace {
 const int kMaxReadsPerPass = 20000;
 const int64_t kSeekTimesUs[] = {0, 1500000, INT64_C(1) << 40};
 
-struct MediaFile {
-    std::string name;
-    const char* containerMime;
-};
 
-void PrintTo(const MediaFile& file, std::ostream* os) { *os << file.name; }
 
-std::vector<MediaFile> testFiles() {
-    std::vector<MediaFile> files;
-    DIR* dir = opendir(testdataPath("").c_str());
-    if (dir == nullptr) return files;
-    while (dirent* e = readdir(dir)) {
-        std::string name = e->d_name;
-        auto endsWith = [&](const std::string& x) {
-            return name.size() > x.size() && name.compare(name.size() - x.size(), x.size(), x) == 0;
-        };
-        if (endsWith(".flv")) files.push_back({name, MEDIA_MIMETYPE_CONTAINER_FLV});
-        if (endsWith(".avi")) files.push_back({name, MEDIA_MIMETYPE_CONTAINER_AVI});
-    }
-    closedir(dir);
-    std::sort(files.begin(), files.end(), [](const MediaFile& a, const MediaFile& b) { return a.name < b.name; });
-    return files;
-}
 
 // 0, then offsets growing by a quarter (1, 2, 3, 4, 5, 6, 7, 8, 10, ...)
 // below the size, then a few that cut the last tag, chunk or index entry.
@@ -126,10 +104,10 @@ Outcome run(const sp<DataSource>& source, const char* mime) {
     return outcome;
 }
 
-class FaultInjectionTest : public ::testing::TestWithParam<MediaFile> {};
+class FaultInjectionTest : public ::testing::TestWithParam<test::MediaFile> {};
 
 TEST_P(FaultInjectionTest, FaultsFailCleanly) {
-    const MediaFile& file = GetParam();
+    const test::MediaFile& file = GetParam();
     const std::vector<uint8_t> bytes = readFileBytes(testdataPath(file.name));
     ASSERT_FALSE(bytes.empty());
     const Outcome intact = run(new MemorySource(bytes), file.containerMime);
@@ -158,15 +136,11 @@ TEST_P(FaultInjectionTest, FaultsFailCleanly) {
     EXPECT_EQ(unsized.samples, intact.samples);
 }
 
-std::string fileName(const ::testing::TestParamInfo<MediaFile>& info) {
-    std::string name = info.param.name;
-    for (char& c : name) {
-        if (!isalnum(static_cast<unsigned char>(c))) c = '_';
-    }
-    return name;
+std::string fileName(const ::testing::TestParamInfo<test::MediaFile>& info) {
+    return test::testNameFor(info.param.name);
 }
 
-INSTANTIATE_TEST_SUITE_P(RealFiles, FaultInjectionTest, ::testing::ValuesIn(testFiles()), fileName);
+INSTANTIATE_TEST_SUITE_P(RealFiles, FaultInjectionTest, ::testing::ValuesIn(test::mediaTestFiles()), fileName);
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(FaultInjectionTest);
 
 }  // namespace

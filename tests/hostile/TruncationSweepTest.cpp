@@ -4,7 +4,6 @@
 // track read and sought. A cut file may fail to open, end early, or stop at
 // one of the extractors' deliberate fatal checks; it may not crash, trip a
 // sanitizer or leak. Run under the sanitizer build in CI.
-#include <dirent.h>
 
 #include <algorithm>
 #include <string>
@@ -27,30 +26,8 @@ const size_t kDenseCutBytes = 4096;
 // Beyond that, cuts at sizes growing by this factor.
 const double kGeometricStep = 1.07;
 
-struct MediaFile {
-    std::string name;
-    const char* containerMime;
-};
 
-void PrintTo(const MediaFile& file, std::ostream* os) { *os << file.name; }
 
-std::vector<MediaFile> testFiles() {
-    std::vector<MediaFile> files;
-    DIR* dir = opendir(test::testdataPath("").c_str());
-    if (dir == nullptr) return files;
-    while (dirent* e = readdir(dir)) {
-        std::string name = e->d_name;
-        auto endsWith = [&](const char* ext) {
-            std::string x = ext;
-            return name.size() > x.size() && name.compare(name.size() - x.size(), x.size(), x) == 0;
-        };
-        if (endsWith(".flv")) files.push_back({name, MEDIA_MIMETYPE_CONTAINER_FLV});
-        if (endsWith(".avi")) files.push_back({name, MEDIA_MIMETYPE_CONTAINER_AVI});
-    }
-    closedir(dir);
-    std::sort(files.begin(), files.end(), [](const MediaFile& a, const MediaFile& b) { return a.name < b.name; });
-    return files;
-}
 
 std::vector<size_t> cutSizes(size_t fileSize) {
     std::vector<size_t> cuts;
@@ -59,10 +36,10 @@ std::vector<size_t> cutSizes(size_t fileSize) {
     return cuts;
 }
 
-class TruncationSweepTest : public ::testing::TestWithParam<MediaFile> {};
+class TruncationSweepTest : public ::testing::TestWithParam<test::MediaFile> {};
 
 TEST_P(TruncationSweepTest, EveryCutFailsCleanly) {
-    const MediaFile& file = GetParam();
+    const test::MediaFile& file = GetParam();
     std::vector<uint8_t> bytes = test::readFileBytes(test::testdataPath(file.name));
     ASSERT_FALSE(bytes.empty());
     for (size_t cut : cutSizes(bytes.size())) {
@@ -73,15 +50,11 @@ TEST_P(TruncationSweepTest, EveryCutFailsCleanly) {
     }
 }
 
-std::string fileName(const ::testing::TestParamInfo<MediaFile>& info) {
-    std::string name = info.param.name;
-    for (char& c : name) {
-        if (!isalnum(static_cast<unsigned char>(c))) c = '_';
-    }
-    return name;
+std::string fileName(const ::testing::TestParamInfo<test::MediaFile>& info) {
+    return test::testNameFor(info.param.name);
 }
 
-INSTANTIATE_TEST_SUITE_P(RealFiles, TruncationSweepTest, ::testing::ValuesIn(testFiles()), fileName);
+INSTANTIATE_TEST_SUITE_P(RealFiles, TruncationSweepTest, ::testing::ValuesIn(test::mediaTestFiles()), fileName);
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(TruncationSweepTest);
 
 }  // namespace

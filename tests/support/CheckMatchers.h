@@ -32,6 +32,17 @@ inline std::string checkMessageAt(const std::string& source, int line, const std
     return regexEscape(source + ":" + std::to_string(line) + " " + checkText);
 }
 
+// For a check caught in-process (the fuzz harness turns fatal checks into an
+// exception): true when `fired` is "<source>:<line> <text>...", `text` being
+// the check text up to any point (a comparison's values may be left out).
+inline bool isCheckMessage(const std::string& fired, const std::string& source, const std::string& text) {
+    const std::string head = source + ":";
+    if (fired.compare(0, head.size(), head) != 0) return false;
+    size_t i = head.size();
+    while (i < fired.size() && fired[i] >= '0' && fired[i] <= '9') ++i;
+    return i > head.size() && fired.compare(i, text.size() + 1, " " + text) == 0;
+}
+
 }  // namespace test
 }  // namespace android
 

@@ -1,6 +1,10 @@
 #include "TestDataSources.h"
 
+#include <dirent.h>
+
 #include <algorithm>
+
+#include <media/stagefright/MediaDefs.h>
 
 #ifndef ZIRK_TESTDATA_DIR
 #error "ZIRK_TESTDATA_DIR must be defined by the build"
@@ -16,6 +20,34 @@ std::vector<uint8_t> readFileBytes(const std::string& path) {
 
 std::string testdataPath(const std::string& name) {
     return std::string(ZIRK_TESTDATA_DIR) + "/" + name;
+}
+
+std::vector<MediaFile> mediaTestFiles() {
+    std::vector<MediaFile> files;
+    DIR* dir = opendir(ZIRK_TESTDATA_DIR);
+    if (dir == nullptr) return files;
+    while (dirent* e = readdir(dir)) {
+        std::string name = e->d_name;
+        auto endsWith = [&](const std::string& x) {
+            return name.size() > x.size() && name.compare(name.size() - x.size(), x.size(), x) == 0;
+        };
+        if (endsWith(".flv")) files.push_back({name, MEDIA_MIMETYPE_CONTAINER_FLV});
+        if (endsWith(".avi")) files.push_back({name, MEDIA_MIMETYPE_CONTAINER_AVI});
+    }
+    closedir(dir);
+    std::sort(files.begin(), files.end(),
+              [](const MediaFile& a, const MediaFile& b) { return a.name < b.name; });
+    return files;
+}
+
+void PrintTo(const MediaFile& file, std::ostream* os) { *os << file.name; }
+
+std::string testNameFor(const std::string& fileName) {
+    std::string name = fileName;
+    for (char& c : name) {
+        if (!isalnum(static_cast<unsigned char>(c))) c = '_';
+    }
+    return name;
 }
 
 ssize_t MemorySource::readAt(off64_t offset, void* data, size_t size) {

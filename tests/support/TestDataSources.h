@@ -8,6 +8,7 @@
 #include <string.h>
 
 #include <fstream>
+#include <ostream>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -21,6 +22,17 @@ std::vector<uint8_t> readFileBytes(const std::string& path);
 
 // The bundled test media folder (set by the build).
 std::string testdataPath(const std::string& name);
+
+// The real container files of testdata/ (*.flv, *.avi), sorted by name, each
+// with its container MIME type. Prints as its name in test output.
+struct MediaFile {
+    std::string name;
+    const char* containerMime;
+};
+std::vector<MediaFile> mediaTestFiles();
+void PrintTo(const MediaFile& file, std::ostream* os);
+// A test-name-safe form of a file name ("a.flv" -> "a_flv").
+std::string testNameFor(const std::string& fileName);
 
 class MemorySource : public DataSource {
 public:
