@@ -26,17 +26,9 @@ namespace {
 
 typedef std::vector<uint8_t> Bytes;
 
-Bytes cat(std::initializer_list<Bytes> parts) {
-    Bytes out;
-    for (const auto& p : parts) out.insert(out.end(), p.begin(), p.end());
-    return out;
-}
+Bytes cat(std::initializer_list<Bytes> parts) { return android::test::concatBytes(parts); }
 
-Bytes hex(const std::string& h) {
-    Bytes out;
-    for (size_t i = 0; i + 1 < h.size(); i += 2) out.push_back(uint8_t(std::stoul(h.substr(i, 2), nullptr, 16)));
-    return out;
-}
+Bytes hex(const std::string& h) { return android::test::hexBytes(h); }
 
 Bytes prefix(const Bytes& b, size_t n) { return Bytes(b.begin(), b.begin() + n); }
 

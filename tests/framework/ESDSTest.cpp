@@ -18,11 +18,7 @@ namespace {
 
 typedef std::vector<uint8_t> Bytes;
 
-Bytes cat(std::initializer_list<Bytes> parts) {
-    Bytes out;
-    for (const auto& p : parts) out.insert(out.end(), p.begin(), p.end());
-    return out;
-}
+Bytes cat(std::initializer_list<Bytes> parts) { return android::test::concatBytes(parts); }
 
 // A descriptor with its length in `lengthBytes` 7-bit groups.
 Bytes desc(uint8_t tag, const Bytes& body, int lengthBytes = 1) {

@@ -8,6 +8,7 @@
 #include <string.h>
 
 #include <fstream>
+#include <initializer_list>
 #include <ostream>
 #include <iterator>
 #include <string>
@@ -19,6 +20,22 @@ namespace android {
 namespace test {
 
 std::vector<uint8_t> readFileBytes(const std::string& path);
+
+// The parts one after another.
+inline std::vector<uint8_t> concatBytes(std::initializer_list<std::vector<uint8_t>> parts) {
+    std::vector<uint8_t> out;
+    for (const auto& p : parts) out.insert(out.end(), p.begin(), p.end());
+    return out;
+}
+
+// "0a1B..." as bytes (pairs of hex digits; a trailing odd digit is ignored).
+inline std::vector<uint8_t> hexBytes(const std::string& h) {
+    std::vector<uint8_t> out;
+    for (size_t i = 0; i + 1 < h.size(); i += 2) {
+        out.push_back(static_cast<uint8_t>(std::stoul(h.substr(i, 2), nullptr, 16)));
+    }
+    return out;
+}
 
 // The bundled test media folder (set by the build).
 std::string testdataPath(const std::string& name);
