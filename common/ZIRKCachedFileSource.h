@@ -30,17 +30,17 @@ class ZIRK_EXPORT ZIRKCachedFileSource : public DataSource {
 public:
     // Windows: one per track read at a time in an interleaved file, plus the
     // scan's own position, with room to spare.
-    static const size_t kWindowCount = 4;
+    static constexpr size_t kWindowCount = 4;
     // 256 KiB: a few hundred small audio/video samples per refill, and 1 MiB
     // for all windows together.
-    static const size_t kWindowBytes = 256 * 1024;
+    static constexpr size_t kWindowBytes = 256 * 1024;
     // Reads this large gain nothing from a copy through a window.
-    static const size_t kDirectReadBytes = 16 * 1024;
+    static constexpr size_t kDirectReadBytes = 16 * 1024;
     // A small read starting at most this far past the end of the previous
     // small read continues a sequential walk.
-    static const size_t kSequentialGapBytes = 16 * 1024;
+    static constexpr size_t kSequentialGapBytes = 16 * 1024;
     // What a small read away from the walk fetches: one page.
-    static const size_t kSparseRefillBytes = 4096;
+    static constexpr size_t kSparseRefillBytes = 4096;
 
     explicit ZIRKCachedFileSource(const char* path);
 
