@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -54,12 +55,66 @@ ssize_t ZIRKCachedFileSource::preadFully(int64_t offset, void* data, size_t size
     return static_cast<ssize_t>(done);
 }
 
+ZIRKCachedFileSource::Window* ZIRKCachedFileSource::claimVictim() {
+    Window* victim = nullptr;
+    for (Window& w : mWindows) {
+        if (w.mBusy) continue;
+        if (victim == nullptr || w.mOffset < 0 || w.mLastUse < victim->mLastUse) victim = &w;
+        if (w.mOffset < 0) break;
+    }
+    if (victim != nullptr && !victim->mBytes) {
+        victim->mBytes.reset(new (std::nothrow) uint8_t[kWindowBytes]);
+        if (!victim->mBytes) return nullptr;
+    }
+    return victim;
+}
+
+ssize_t ZIRKCachedFileSource::readDirect(int64_t offset, void* data, size_t size) {
+    Window* trail;
+    {
+        std::lock_guard<std::mutex> lock(mLock);
+        trail = claimVictim();
+        if (trail == nullptr) return preadFully(offset, data, size);
+        trail->mBusy = true;
+        trail->mOffset = -1;
+        trail->mLength = 0;
+    }
+    // One call for the caller's range and the page after it. A short count
+    // fills the caller's range first; only what lies beyond it is kept.
+    struct iovec parts[2] = {{data, size}, {trail->mBytes.get(), kSparseRefillBytes}};
+    ssize_t n;
+    do {
+        n = preadv(mFd, parts, 2, offset);
+    } while (n < 0 && errno == EINTR);
+    size_t tail = 0;
+    ssize_t result = n;
+    if (n < 0) {
+        result = ERROR_IO;
+    } else if (static_cast<size_t>(n) > size) {
+        tail = static_cast<size_t>(n) - size;
+        result = static_cast<ssize_t>(size);
+    } else if (static_cast<size_t>(n) < size) {
+        // Rare (a file shrinking under us): the caller's range is finished
+        // as a plain read would finish it.
+        const ssize_t rest = preadFully(offset + n, static_cast<uint8_t*>(data) + n, size - static_cast<size_t>(n));
+        result = rest < 0 ? (n > 0 ? n : rest) : n + rest;
+    }
+    std::lock_guard<std::mutex> lock(mLock);
+    if (tail > 0) {
+        trail->mOffset = offset + static_cast<int64_t>(size);
+        trail->mLength = tail;
+        trail->mLastUse = ++mUseClock;
+    }
+    trail->mBusy = false;
+    return result;
+}
+
 ssize_t ZIRKCachedFileSource::readAt(off64_t offset, void* data, size_t size) {
     if (mFd < 0) return NO_INIT;
     if (offset < 0) return ERROR_IO;
     if (offset >= mLength) return 0;
     size = static_cast<size_t>(std::min<uint64_t>(size, static_cast<uint64_t>(mLength - offset)));
-    if (size >= kDirectReadBytes) return preadFully(offset, data, size);
+    if (size >= kDirectReadBytes) return readDirect(offset, data, size);
 
     std::lock_guard<std::mutex> lock(mLock);
     const bool sequential = mLastSmallReadEnd >= 0 && offset >= mLastSmallReadEnd - static_cast<int64_t>(kSequentialGapBytes) &&
@@ -79,14 +134,12 @@ ssize_t ZIRKCachedFileSource::readAt(off64_t offset, void* data, size_t size) {
         }
         if (hit == nullptr) {
             // Refill the least recently used window starting at this read.
-            Window* victim = &mWindows[0];
-            for (Window& w : mWindows) {
-                if (w.mOffset < 0 || w.mLastUse < victim->mLastUse) victim = &w;
-                if (w.mOffset < 0) break;
-            }
-            if (!victim->mBytes) {
-                victim->mBytes.reset(new (std::nothrow) uint8_t[kWindowBytes]);
-                if (!victim->mBytes) return preadFully(offset, data, size);
+            Window* victim = claimVictim();
+            if (victim == nullptr) {
+                // Every window is being filled (or none can be allocated).
+                ssize_t n = preadFully(at, out + done, size - done);
+                if (n < 0) return done > 0 ? static_cast<ssize_t>(done) : n;
+                return static_cast<ssize_t>(done + static_cast<size_t>(n));
             }
             ssize_t n = preadFully(at, victim->mBytes.get(), refillBytes);
             if (n <= 0) {

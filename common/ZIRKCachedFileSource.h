@@ -5,13 +5,16 @@
 // small read that continues the previous ones (a scan over small tags or
 // chunks) refills a whole window, while a small read far from them (the
 // header of the next large sample) fetches one page, so that files of large
-// samples are not read twice. Results are byte-for-byte those of a plain
-// pread of the same range.
+// samples are not read twice. A direct read also brings the page that follows
+// it into a window, in the same system call: in an interleaved file that page
+// holds the next tag header or the small chunk of the other track. Results
+// are byte-for-byte those of a plain pread of the same range.
 //
 // Memory is bounded: kWindowCount windows of kWindowBytes each, allocated
-// when first used. readAt is safe from several threads at once (one lock
-// guards the windows; direct reads take no lock). Owns the descriptor it
-// opens, closed on destruction. Exported for users of the library.
+// when first used. readAt is safe from several threads at once: one lock
+// guards the windows; a direct read holds it only to claim a window for the
+// page that follows, and reads without it. Owns the descriptor it opens,
+// closed on destruction. Exported for users of the library.
 #ifndef ZIRK_CACHED_FILE_SOURCE_H_
 #define ZIRK_CACHED_FILE_SOURCE_H_
 
@@ -39,8 +42,9 @@ public:
     // A small read starting at most this far past the end of the previous
     // small read continues a sequential walk.
     static constexpr size_t kSequentialGapBytes = 16 * 1024;
-    // What a small read away from the walk fetches: one page.
-    static constexpr size_t kSparseRefillBytes = 4096;
+    // What a small read away from the walk fetches: one page. A direct read
+    // brings the same amount after its end.
+    static constexpr size_t kSparseRefillBytes = 1024;
 
     explicit ZIRKCachedFileSource(const char* path);
 
@@ -57,9 +61,14 @@ private:
         int64_t mOffset = -1;  // file offset of mBytes[0]; -1 while empty
         size_t mLength = 0;    // valid bytes (fewer at the end of the file)
         uint64_t mLastUse = 0;
+        bool mBusy = false;  // being filled by a direct read without the lock
     };
 
     ssize_t preadFully(int64_t offset, void* data, size_t size) const;
+    ssize_t readDirect(int64_t offset, void* data, size_t size);
+    // The least recently used window not being filled, with its buffer
+    // allocated, or null. Called with mLock held.
+    Window* claimVictim();
 
     int mFd;
     int64_t mLength;

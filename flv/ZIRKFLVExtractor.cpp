@@ -47,7 +47,7 @@ const size_t kAACConfigPrefixSize = 2;
 // cost out of it; where the scan has just jumped over a large tag, a one-page
 // refill reads little more than the next header instead of the tag's data.
 const size_t kScanWindowSize = 64 * 1024;
-const size_t kScanSparseRefill = 4096;
+const size_t kScanSparseRefill = 1024;
 
 // Defaults of a video track when onMetaData does not give its size.
 const int32_t kDefaultWidth = 640;

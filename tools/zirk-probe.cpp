@@ -12,10 +12,12 @@
 #include <string.h>
 #include <time.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -344,41 +346,73 @@ struct TrackTotals {
     uint64_t bytes = 0;
 };
 
-// Reads one track from its start (or the seek) to the end or the count limit.
-// Each sample goes to `samples` (JSON), to stdout (text) or nowhere (quiet).
-std::string readTrack(const sp<MediaSource>& source, const SeekRequest& seek, long long countLimit,
-                      bool asJson, bool quiet, json* samples, TrackTotals* totals) {
-    status_t err = source->start();
-    if (err != OK) return "start: " + statusName(err);
-    MediaSource::ReadOptions options;
-    if (seek.present) options.setSeekTo(seek.timeUs, seek.mode);
-    std::string end;
-    for (;;) {
-        if (countLimit >= 0 && static_cast<long long>(totals->samples) >= countLimit) {
-            end = "COUNT_REACHED";
-            break;
+// Reads one track, a sample at a time, from its start (or the seek) to the
+// end or the count limit. Each sample goes to `samples` (JSON), to stdout
+// (text) or nowhere (quiet).
+class TrackReader {
+public:
+    TrackReader(const sp<MediaSource>& source, const SeekRequest& seek, long long countLimit, bool asJson, bool quiet)
+        : mSource(source), mCountLimit(countLimit), mAsJson(asJson), mQuiet(quiet) {
+        if (mSource == nullptr) {
+            finish("NO_SOURCE");
+            return;
+        }
+        status_t err = mSource->start();
+        if (err != OK) {
+            mSource = nullptr;
+            finish("start: " + statusName(err));
+            return;
+        }
+        if (seek.present) mOptions.setSeekTo(seek.timeUs, seek.mode);
+    }
+    ~TrackReader() {
+        if (mSource != nullptr) mSource->stop();
+    }
+
+    bool done() const { return mDone; }
+    // How far the track has been read, in time: the largest sample time so
+    // far (0 before the first), for reading several tracks in time order.
+    int64_t progressUs() const { return mProgressUs; }
+    const std::string& end() const { return mEnd; }
+    const TrackTotals& totals() const { return mTotals; }
+    json& samples() { return mSamples; }
+
+    void step() {
+        if (mDone) return;
+        if (mCountLimit >= 0 && static_cast<long long>(mTotals.samples) >= mCountLimit) {
+            finish("COUNT_REACHED");
+            return;
         }
         MediaBuffer* buffer = nullptr;
-        err = source->read(&buffer, &options);
-        options.clearSeekTo();
+        status_t err = mSource->read(&buffer, &mOptions);
+        mOptions.clearSeekTo();
         if (err != OK) {
             if (buffer) buffer->release();
-            end = statusName(err);
-            break;
+            finish(statusName(err));
+            return;
         }
         const uint8_t* data = static_cast<const uint8_t*>(buffer->data()) + buffer->range_offset();
         size_t length = buffer->range_length();
-        totals->samples++;
-        totals->bytes += length;
-        if (!quiet) {
-            sp<MetaData> meta = buffer->meta_data();
-            int64_t timeUs = 0, targetUs = 0;
+        mTotals.samples++;
+        mTotals.bytes += length;
+        sp<MetaData> meta = buffer->meta_data();
+        int64_t timeUs = 0;
+        bool hasTime = meta->findInt64(kKeyTime, &timeUs);
+        if (hasTime) {
+            // Some containers hand out times in 32 bits of microseconds,
+            // which wrap after 71.6 minutes; a step back by more than half
+            // that range is taken as a wrap.
+            constexpr int64_t kWrapUs = int64_t(1) << 32;
+            if (timeUs + mWrapBaseUs < mProgressUs - kWrapUs / 2) mWrapBaseUs += kWrapUs;
+            mProgressUs = std::max(mProgressUs, timeUs + mWrapBaseUs);
+        }
+        if (!mQuiet) {
+            int64_t targetUs = 0;
             int32_t sync = 0;
-            bool hasTime = meta->findInt64(kKeyTime, &timeUs);
             meta->findInt32(kKeyIsSyncFrame, &sync);
             bool hasTarget = meta->findInt64(kKeyTargetTime, &targetUs);
             uint32_t crc = static_cast<uint32_t>(crc32(0L, data, static_cast<uInt>(length)));
-            if (asJson) {
+            if (mAsJson) {
                 json s = json::object();
                 s["time_us"] = hasTime ? json(timeUs) : json(nullptr);
                 s["size"] = length;
@@ -387,9 +421,9 @@ std::string readTrack(const sp<MediaSource>& source, const SeekRequest& seek, lo
                 char hex[9];
                 snprintf(hex, sizeof(hex), "%08x", crc);
                 s["crc32"] = hex;
-                samples->push_back(s);
+                mSamples.push_back(s);
             } else {
-                printf("  %8llu time_us=%lld size=%zu sync=%d", static_cast<unsigned long long>(totals->samples - 1),
+                printf("  %8llu time_us=%lld size=%zu sync=%d", static_cast<unsigned long long>(mTotals.samples - 1),
                        static_cast<long long>(timeUs), length, sync ? 1 : 0);
                 if (hasTarget) printf(" target_us=%lld", static_cast<long long>(targetUs));
                 printf(" crc32=%08x\n", crc);
@@ -397,8 +431,37 @@ std::string readTrack(const sp<MediaSource>& source, const SeekRequest& seek, lo
         }
         buffer->release();
     }
-    source->stop();
-    return end;
+
+private:
+    void finish(const std::string& end) {
+        mDone = true;
+        mEnd = end;
+    }
+
+    sp<MediaSource> mSource;
+    MediaSource::ReadOptions mOptions;
+    long long mCountLimit;
+    bool mAsJson, mQuiet;
+    bool mDone = false;
+    std::string mEnd;
+    int64_t mProgressUs = 0;
+    int64_t mWrapBaseUs = 0;
+    TrackTotals mTotals;
+    json mSamples = json::array();
+};
+
+// Reads the tracks interleaved, always from the one that is furthest behind
+// in time, as a player does: an interleaved file is then read front to back
+// once instead of once per track.
+void readInterleaved(std::vector<std::unique_ptr<TrackReader>>& readers) {
+    for (;;) {
+        TrackReader* next = nullptr;
+        for (auto& r : readers) {
+            if (!r->done() && (next == nullptr || r->progressUs() < next->progressUs())) next = r.get();
+        }
+        if (next == nullptr) return;
+        next->step();
+    }
 }
 
 }  // namespace
@@ -552,6 +615,10 @@ int main(int argc, char** argv) {
 
     doc["tracks"] = json::array();
     TrackTotals all;
+    // Text output lists each track's samples under it, so the tracks are read
+    // one after another; otherwise they are read interleaved.
+    const bool streamed = samples && !asJson && !quiet;
+    std::vector<std::unique_ptr<TrackReader>> readers;
     for (size_t i : selected) {
         sp<MetaData> trackMeta = extractor->getTrackMetaData(i, 0);
         json t = json::object();
@@ -561,27 +628,32 @@ int main(int argc, char** argv) {
             printf("track %zu:\n", i);
             printMeta(trackMeta, "  ");
         }
-        if (samples) {
-            sp<MediaSource> track = extractor->getTrack(i);
-            json list = json::array();
-            TrackTotals totals;
-            std::string end;
-            if (track == nullptr) {
-                end = "NO_SOURCE";
-            } else {
-                if (!asJson && !quiet) printf("  samples:\n");
-                end = readTrack(track, seek, count, asJson, quiet, &list, &totals);
-            }
-            if (!quiet) t["samples"] = list;
-            t["sample_count"] = totals.samples;
-            t["bytes"] = totals.bytes;
-            t["end"] = end;
-            if (!asJson && !quiet) printf("  end: %s after %llu samples\n", end.c_str(),
-                                          static_cast<unsigned long long>(totals.samples));
-            all.samples += totals.samples;
-            all.bytes += totals.bytes;
+        if (streamed) {
+            printf("  samples:\n");
+            TrackReader reader(extractor->getTrack(i), seek, count, asJson, quiet);
+            while (!reader.done()) reader.step();
+            printf("  end: %s after %llu samples\n", reader.end().c_str(),
+                   static_cast<unsigned long long>(reader.totals().samples));
+            all.samples += reader.totals().samples;
+            all.bytes += reader.totals().bytes;
+        } else if (samples) {
+            readers.emplace_back(new TrackReader(extractor->getTrack(i), seek, count, asJson, quiet));
         }
         doc["tracks"].push_back(t);
+    }
+    if (!readers.empty()) {
+        readInterleaved(readers);
+        for (size_t k = 0; k < readers.size(); ++k) {
+            json& t = doc["tracks"][k];
+            TrackReader& reader = *readers[k];
+            if (!quiet) t["samples"] = std::move(reader.samples());
+            t["sample_count"] = reader.totals().samples;
+            t["bytes"] = reader.totals().bytes;
+            t["end"] = reader.end();
+            all.samples += reader.totals().samples;
+            all.bytes += reader.totals().bytes;
+        }
+        readers.clear();
     }
     double seconds = nowSeconds() - started;
 

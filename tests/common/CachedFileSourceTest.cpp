@@ -29,8 +29,10 @@ struct Read {
 };
 
 // The patterns: a forward walk of small reads (a tag scan), reads around
-// every window edge, direct reads at and around the bypass threshold, the
-// end of the file, and random reads.
+// every window edge, direct reads at and around the bypass threshold, direct
+// reads followed by the small reads of an interleaved file (inside and across
+// the end of the page a direct read brings along), the end of the file, and
+// random reads.
 std::vector<Read> readPattern(size_t fileSize, uint32_t seed) {
     const size_t window = ZIRKCachedFileSource::kWindowBytes;
     const size_t direct = ZIRKCachedFileSource::kDirectReadBytes;
@@ -43,6 +45,19 @@ std::vector<Read> readPattern(size_t fileSize, uint32_t seed) {
     reads.push_back({0, direct - 1});
     reads.push_back({1, direct});
     reads.push_back({3, direct + 1});
+    const size_t page = ZIRKCachedFileSource::kSparseRefillBytes;
+    for (size_t at = 0; at + direct + page < fileSize; at += 3 * direct + 77) {
+        reads.push_back({static_cast<off64_t>(at), direct + 5});
+        reads.push_back({static_cast<off64_t>(at + direct + 9), 11});
+        reads.push_back({static_cast<off64_t>(at + direct + 5 + page - 3), 8});
+    }
+    if (fileSize > direct + 100) {
+        // Direct reads whose following page is cut short by the end of the file.
+        reads.push_back({static_cast<off64_t>(fileSize - direct - 100), direct + 90});
+        reads.push_back({static_cast<off64_t>(fileSize - 10), 10});
+        reads.push_back({static_cast<off64_t>(fileSize - direct), direct});
+        reads.push_back({static_cast<off64_t>(fileSize - 3), 5});
+    }
     reads.push_back({static_cast<off64_t>(fileSize) - 7, 100});
     reads.push_back({static_cast<off64_t>(fileSize), 10});
     reads.push_back({static_cast<off64_t>(fileSize) + 1000, 10});
