@@ -15,6 +15,7 @@
 #include <utils/Log.h>
 
 #include "common/ZIRKByteReader.h"
+#include "common/ZIRKNALRewrite.h"
 #include "common/ZIRKMetaKeys.h"
 #include "common/ZIRKSafeMath.h"
 
@@ -1099,18 +1100,15 @@ sp<ABuffer> MakeMPEG4VideoCodecSpecificData(const sp<ABuffer>& config) {
 }
 
 void ZIRKAVIRewriteAVCLengths(uint8_t* data, size_t size) {
-    size_t pos = 0;
-    while (size - pos > 4) {
-        if (data[pos] == 0 && data[pos + 1] == 0 && data[pos + 2] == 0 && data[pos + 3] == 1) break;
-        uint32_t length = U32_AT(data + pos);
-        data[pos] = 0;
-        data[pos + 1] = 0;
-        data[pos + 2] = 0;
-        data[pos + 3] = 1;
-        // An overrunning length ends the walk: the rest stays as it was.
-        if (length > size - pos - 4) break;
-        pos += 4 + length;
-    }
+    // 4-byte lengths, in place. Data already in start-code form from a unit
+    // on are left as they are; an overrunning length still becomes a start
+    // code and ends the walk.
+    ZIRKNALRewriteOptions options;
+    options.overrun = ZIRKNALOverrun::kStop;
+    options.stopAtStartCode = true;
+    options.stopWithoutPayload = true;
+    ZIRKNALRewriteResult result;
+    ZIRKRewriteNALLengthsInBuffer(data, size, 0, size, options, &result);
 }
 
 // ---------------------------------------------------------------------------

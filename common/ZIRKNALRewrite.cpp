@@ -2,46 +2,87 @@
 
 #include <string.h>
 
+#include <functional>
+
 namespace android {
 
 namespace {
+
 const uint8_t kStartCode[4] = {0, 0, 0, 1};
-}  // namespace
 
-bool ZIRKRewriteNALLengths(const uint8_t* src, size_t srcSize, size_t nalLengthSize, uint8_t* dst,
-                           size_t dstCapacity, ZIRKNALRewriteResult* result) {
-    *result = ZIRKNALRewriteResult();
-    if (nalLengthSize < 1 || nalLengthSize > 4) return false;
-    const bool inPlace = dst == src;
-    if (inPlace && nalLengthSize != 4) return false;
+bool validLengthSize(size_t lengthSize) { return lengthSize >= 1 && lengthSize <= 4; }
 
+// The walk shared by both entry points. dst == nullptr measures only. When
+// dst lies in front of src in one buffer, the caller has made sure that the
+// output never passes unread input: each length is read before its start
+// code is written, and payloads move with memmove.
+bool walkUnits(const uint8_t* src, size_t srcSize, uint8_t* dst, size_t dstCapacity,
+               const ZIRKNALRewriteOptions& o, ZIRKNALRewriteResult* r) {
+    const size_t n = o.lengthSize;
     size_t in = 0;
     size_t out = 0;
+    bool ok = true;
     while (in < srcSize) {
-        if (srcSize - in < nalLengthSize) {
-            result->truncated = true;
+        const size_t left = srcSize - in;
+        if (o.stopAtStartCode && left >= 4 && memcmp(src + in, kStartCode, 4) == 0) break;
+        if (left < n) {
+            r->overrunBytes += n - left;
             break;
         }
-        size_t length = 0;
-        for (size_t i = 0; i < nalLengthSize; ++i) length = (length << 8) | src[in + i];
-        in += nalLengthSize;
-        if (length > srcSize - in) {
-            length = srcSize - in;
-            result->clamped = true;
+        if (o.stopWithoutPayload && left == n) break;
+        uint64_t length = 0;
+        for (size_t i = 0; i < n; ++i) length = (length << 8) | src[in + i];
+        const size_t available = left - n;
+        const bool overruns = length > available;
+        if (overruns) r->overrunBytes += length - available;
+        const size_t take = !overruns ? static_cast<size_t>(length)
+                                      : (o.overrun == ZIRKNALOverrun::kClamp ? available : 0);
+        if (dst != nullptr) {
+            if (dstCapacity - out < 4 || dstCapacity - out - 4 < take) {
+                ok = false;
+                break;
+            }
+            memcpy(dst + out, kStartCode, 4);
+            if (take > 0 && dst + out + 4 != src + in + n) memmove(dst + out + 4, src + in + n, take);
         }
-        if (dstCapacity - out < 4 || dstCapacity - out - 4 < length) {
-            result->written = out;
-            result->consumed = in - nalLengthSize;
-            return false;
-        }
-        memcpy(dst + out, kStartCode, 4);
-        if (!inPlace) memcpy(dst + out + 4, src + in, length);
-        out += 4 + length;
-        in += length;
+        out += 4 + take;
+        in += n + take;
+        ++r->units;
+        if (overruns) break;
     }
-    result->written = out;
-    result->consumed = in;
-    return true;
+    r->written = out;
+    r->consumed = in;
+    return ok;
+}
+
+}  // namespace
+
+bool ZIRKRewriteNALLengths(const uint8_t* src, size_t srcSize, uint8_t* dst, size_t dstCapacity,
+                           const ZIRKNALRewriteOptions& options, ZIRKNALRewriteResult* result) {
+    *result = ZIRKNALRewriteResult();
+    if (!validLengthSize(options.lengthSize)) return false;
+    if (dst == nullptr) dstCapacity = 0;
+    const std::less<const uint8_t*> before;
+    if (dstCapacity > 0 && srcSize > 0 && before(dst, src + srcSize) && before(src, dst + dstCapacity)) {
+        return false;
+    }
+    return walkUnits(src, srcSize, dst, dstCapacity, options, result);
+}
+
+bool ZIRKRewriteNALLengthsInBuffer(uint8_t* buffer, size_t capacity, size_t inOffset, size_t inLength,
+                                   const ZIRKNALRewriteOptions& options, ZIRKNALRewriteResult* result) {
+    *result = ZIRKNALRewriteResult();
+    if (!validLengthSize(options.lengthSize) || inOffset > capacity || inLength > capacity - inOffset) {
+        return false;
+    }
+    uint8_t* src = buffer + inOffset;
+    walkUnits(src, inLength, nullptr, 0, options, result);
+    // The output runs ahead by 4 - lengthSize bytes a unit; all of that must
+    // fit in front of the input (units <= inLength, so no overflow).
+    const uint64_t growth = static_cast<uint64_t>(result->units) * (4 - options.lengthSize);
+    if (growth > inOffset) return false;
+    *result = ZIRKNALRewriteResult();
+    return walkUnits(src, inLength, buffer, capacity, options, result);
 }
 
 }  // namespace android

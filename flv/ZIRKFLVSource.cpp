@@ -14,6 +14,8 @@
 #include <media/stagefright/foundation/ABitReader.h>
 #include <utils/Log.h>
 
+#include "common/ZIRKNALRewrite.h"
+
 namespace android {
 
 namespace {
@@ -322,46 +324,19 @@ status_t ZIRKFLVSource::loadAVCPacket(MediaBuffer* pBuffer, off64_t nalOffset, u
         return ERROR_IO;
     }
 
-    // Walk the lengths as declared. A length field or unit that claims more
-    // than is left makes `size` negative, which must stay fatal.
-    int64_t size = nalSize;
-    size_t pos = 0;
-    size_t units = 0;
-    while (size >= 1) {
-        if (size < static_cast<int64_t>(n)) {
-            size -= static_cast<int64_t>(n);
-            break;
-        }
-        uint32_t length = 0;
-        for (size_t i = 0; i < n; ++i) length = (length << 8) | in[pos + i];
-        const int64_t taken = static_cast<int64_t>(length) < size ? length : size;
-        size -= static_cast<int64_t>(n) + taken;
-        if (size < 0) break;
-        pos += n + static_cast<size_t>(taken);
-        ++units;
-    }
+    ZIRKNALRewriteOptions options;
+    options.lengthSize = n;
+    ZIRKNALRewriteResult result;
+    const bool fits = ZIRKRewriteNALLengthsInBuffer(pBuf, capacity, inStart, inLength, options, &result);
+    // What is left of the tag's NAL bytes after walking the lengths as
+    // declared: negative when the tag is too short for its AVC headers or a
+    // length field or unit claims more than is left, which must stay fatal.
+    const int64_t size = nalSize < 0 ? nalSize : -static_cast<int64_t>(result.overrunBytes);
     CHECK(size == 0);  // must stay fatal
-
-    // Each unit grows by 4 - n bytes; all of it must fit in front of the input.
-    const uint64_t growth = static_cast<uint64_t>(units) * (kStartCodeSize - n);
-    if (growth > inStart) {
-        logTagDoesNotFit(nalOffset - kTagHeaderSize - kAVCPrefixSize, inLength + growth, capacity);
+    if (!fits) {
+        // The start codes would not fit in front of the input.
+        logTagDoesNotFit(nalOffset - kTagHeaderSize - kAVCPrefixSize, result.written, capacity);
         return ERROR_MALFORMED;
-    }
-    // The write position never passes the unread input: with the total
-    // growth fitting in front of it, each unit's start code ends at or before
-    // its payload, and the payload moves backwards (memmove).
-    size_t outPos = 0;
-    pos = 0;
-    for (size_t u = 0; u < units; ++u) {
-        uint32_t length = 0;
-        for (size_t i = 0; i < n; ++i) length = (length << 8) | in[pos + i];
-        memcpy(pBuf + outPos, kStartCode, kStartCodeSize);
-        uint8_t* dst = pBuf + outPos + kStartCodeSize;
-        const uint8_t* src = in + pos + n;
-        if (dst != src && length > 0) memmove(dst, src, length);
-        outPos += kStartCodeSize + length;
-        pos += n + length;
     }
     // The range keeps the tag's NAL size even where the rewrite grew.
     *payloadLength = inLength;
