@@ -8,6 +8,7 @@
 // has said which file it was reading.
 #include <dlfcn.h>
 #include <stdio.h>
+#include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
 #include <time.h>
@@ -402,9 +403,14 @@ public:
             // Some containers hand out times in 32 bits of microseconds,
             // which wrap after 71.6 minutes; a step back by more than half
             // that range is taken as a wrap.
+            // Other times (and a hostile file's extremes) are taken as they are.
             constexpr int64_t kWrapUs = int64_t(1) << 32;
-            if (timeUs + mWrapBaseUs < mProgressUs - kWrapUs / 2) mWrapBaseUs += kWrapUs;
-            mProgressUs = std::max(mProgressUs, timeUs + mWrapBaseUs);
+            int64_t progressUs = timeUs;
+            if (timeUs >= 0 && timeUs < kWrapUs && mWrapBaseUs <= INT64_MAX / 2) {
+                if (timeUs + mWrapBaseUs < mProgressUs - kWrapUs / 2) mWrapBaseUs += kWrapUs;
+                progressUs = timeUs + mWrapBaseUs;
+            }
+            mProgressUs = std::max(mProgressUs, progressUs);
         }
         if (!mQuiet) {
             int64_t targetUs = 0;
