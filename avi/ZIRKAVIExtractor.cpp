@@ -474,93 +474,85 @@ status_t ZIRKAVIExtractor::parseStreamFormat(int64_t dataOffset, int64_t size) {
     }
 
     if (!typed) {
+        // Format tags that need nothing but a MIME type and a splitter kind.
+        // Built on first use: the MIME strings are imported from the framework.
+        struct PlainFormat {
+            uint16_t formatTag;
+            const char* mime;
+            AudioType type;
+            bool keepsBitsPerSample;
+        };
+        static const PlainFormat kPlainFormats[] = {
+                {0x0001, MEDIA_MIMETYPE_AUDIO_RAW, kAudioPCM, true},
+                {0x0002, MEDIA_MIMETYPE_AUDIO_RAW, kAudioMSADPCM, true},
+                {0x0011, MEDIA_MIMETYPE_AUDIO_RAW, kAudioIMAADPCM, true},
+                {0x0006, MEDIA_MIMETYPE_AUDIO_G711_ALAW, kAudioALAW, true},
+                {0x0007, MEDIA_MIMETYPE_AUDIO_G711_MLAW, kAudioMULAW, true},
+                {0x0050, MEDIA_MIMETYPE_AUDIO_MPEG_LAYER_II, kAudioMPEG, false},
+                {0x0055, MEDIA_MIMETYPE_AUDIO_MPEG, kAudioMP3, false},
+        };
         const char* mime = nullptr;
-        switch (track->mFormatTag) {
-            case 0x0001:
-                mime = MEDIA_MIMETYPE_AUDIO_RAW;
-                track->mAudioType = kAudioPCM;
-                track->mBitsPerSample = bitsPerSample;
-                break;
-            case 0x0002:
-                mime = MEDIA_MIMETYPE_AUDIO_RAW;
-                track->mAudioType = kAudioMSADPCM;
-                track->mBitsPerSample = bitsPerSample;
-                break;
-            case 0x0011:
-                mime = MEDIA_MIMETYPE_AUDIO_RAW;
-                track->mAudioType = kAudioIMAADPCM;
-                track->mBitsPerSample = bitsPerSample;
-                break;
-            case 0x0006:
-                mime = MEDIA_MIMETYPE_AUDIO_G711_ALAW;
-                track->mAudioType = kAudioALAW;
-                track->mBitsPerSample = bitsPerSample;
-                break;
-            case 0x0007:
-                mime = MEDIA_MIMETYPE_AUDIO_G711_MLAW;
-                track->mAudioType = kAudioMULAW;
-                track->mBitsPerSample = bitsPerSample;
-                break;
-            case 0x0050:
-                mime = MEDIA_MIMETYPE_AUDIO_MPEG_LAYER_II;
-                track->mAudioType = kAudioMPEG;
-                break;
-            case 0x0055:
-                mime = MEDIA_MIMETYPE_AUDIO_MPEG;
-                track->mAudioType = kAudioMP3;
-                break;
-            case 0x00FF: {
-                mime = MEDIA_MIMETYPE_AUDIO_AAC;
-                track->mAudioType = kAudioAAC;
-                uint8_t built[2];
-                const uint8_t* config = nullptr;
-                size_t configSize = 0;
-                // The stored config is used only when it lies inside the
-                // chunk; a cbSize running past the chunk falls back to the
-                // config built from rate and channels.
-                if (length > 16 && cbSize >= 2 && cbSize + 20 <= 127 &&
-                    cbSize <= length - 18) {
-                    config = data + 18;
-                    configSize = cbSize;
-                } else {
-                    for (size_t i = 0; i < sizeof(kAACSampleRates) / sizeof(kAACSampleRates[0]); ++i) {
-                        if (static_cast<uint32_t>(kAACSampleRates[i]) == sampleRate) {
-                            // 0x30 (object type 6 in the top bits) is what
-                            // this system has always emitted.
-                            built[0] = static_cast<uint8_t>(0x30 | (i >> 1));
-                            built[1] = static_cast<uint8_t>((i << 7) | (channels << 3));
-                            config = built;
-                            configSize = 2;
-                            break;
+        for (const PlainFormat& f : kPlainFormats) {
+            if (f.formatTag != track->mFormatTag) continue;
+            mime = f.mime;
+            track->mAudioType = f.type;
+            if (f.keepsBitsPerSample) track->mBitsPerSample = bitsPerSample;
+        }
+        if (mime == nullptr) {
+            switch (track->mFormatTag) {
+                case 0x00FF: {
+                    mime = MEDIA_MIMETYPE_AUDIO_AAC;
+                    track->mAudioType = kAudioAAC;
+                    uint8_t built[2];
+                    const uint8_t* config = nullptr;
+                    size_t configSize = 0;
+                    // The stored config is used only when it lies inside the
+                    // chunk; a cbSize running past the chunk falls back to the
+                    // config built from rate and channels.
+                    if (length > 16 && cbSize >= 2 && cbSize + 20 <= 127 &&
+                        cbSize <= length - 18) {
+                        config = data + 18;
+                        configSize = cbSize;
+                    } else {
+                        for (size_t i = 0; i < sizeof(kAACSampleRates) / sizeof(kAACSampleRates[0]); ++i) {
+                            if (static_cast<uint32_t>(kAACSampleRates[i]) == sampleRate) {
+                                // 0x30 (object type 6 in the top bits) is what
+                                // this system has always emitted.
+                                built[0] = static_cast<uint8_t>(0x30 | (i >> 1));
+                                built[1] = static_cast<uint8_t>((i << 7) | (channels << 3));
+                                config = built;
+                                configSize = 2;
+                                break;
+                            }
                         }
                     }
+                    if (config != nullptr) {
+                        static const uint8_t kTemplate[22] = {0x03, 0x16, 0x00, 0x00, 0x00, 0x04,
+                                                              0x11, 0x40, 0, 0, 0, 0, 0, 0, 0, 0,
+                                                              0, 0, 0, 0, 0x05, 0x00};
+                        uint8_t esds[22 + 127];
+                        memcpy(esds, kTemplate, sizeof(kTemplate));
+                        esds[21] = static_cast<uint8_t>(configSize);
+                        memcpy(esds + 22, config, configSize);
+                        esds[1] = static_cast<uint8_t>(esds[1] + configSize - 2);
+                        esds[6] = static_cast<uint8_t>(esds[6] + configSize - 2);
+                        track->mMeta->setData(kKeyESDS, kTypeESDS, esds, 22 + configSize);
+                    }
+                    break;
                 }
-                if (config != nullptr) {
-                    static const uint8_t kTemplate[22] = {0x03, 0x16, 0x00, 0x00, 0x00, 0x04,
-                                                          0x11, 0x40, 0, 0, 0, 0, 0, 0, 0, 0,
-                                                          0, 0, 0, 0, 0x05, 0x00};
-                    uint8_t esds[22 + 127];
-                    memcpy(esds, kTemplate, sizeof(kTemplate));
-                    esds[21] = static_cast<uint8_t>(configSize);
-                    memcpy(esds + 22, config, configSize);
-                    esds[1] = static_cast<uint8_t>(esds[1] + configSize - 2);
-                    esds[6] = static_cast<uint8_t>(esds[6] + configSize - 2);
-                    track->mMeta->setData(kKeyESDS, kTypeESDS, esds, 22 + configSize);
-                }
-                break;
+                case 0x0161:
+                    mime = MEDIA_MIMETYPE_AUDIO_WMA;
+                    track->mAudioType = kAudioWMA;
+                    track->mMeta->setData(kKeyRawCodecSpecificData, 0, data, length);
+                    break;
+                case 0x2000:
+                    mime = MEDIA_MIMETYPE_AUDIO_AC3;
+                    track->mAudioType = kAudioAC3;
+                    break;
+                default:
+                    ALOGW("Unsupported audio format = 0x%04x", track->mFormatTag);
+                    break;
             }
-            case 0x0161:
-                mime = MEDIA_MIMETYPE_AUDIO_WMA;
-                track->mAudioType = kAudioWMA;
-                track->mMeta->setData(kKeyRawCodecSpecificData, 0, data, length);
-                break;
-            case 0x2000:
-                mime = MEDIA_MIMETYPE_AUDIO_AC3;
-                track->mAudioType = kAudioAC3;
-                break;
-            default:
-                ALOGW("Unsupported audio format = 0x%04x", track->mFormatTag);
-                break;
         }
         if (mime != nullptr) track->mMeta->setCString(kKeyMIMEType, mime);
     }
