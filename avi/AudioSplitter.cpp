@@ -30,7 +30,8 @@ constexpr int kADTSResyncFollowingFrames = 3;
 // PCM and G.711 are cut in 20 ms pieces: rate / 50 frames.
 constexpr int32_t kPiecesPerSecond = 50;
 constexpr int64_t kPieceDurationUs = 20000;
-constexpr size_t kADTSMinHeaderSize = 7;
+// The ADTS fields read (sync, rate index, frame length) end in byte 5.
+constexpr size_t kADTSParsedBytes = 6;
 constexpr size_t kAC3MinHeaderSize = 6;  // bsid sits in byte 5
 
 const int32_t kADTSSampleRates[] = {96000, 88200, 64000, 48000, 44100, 32000,
@@ -130,26 +131,34 @@ status_t AudioSplitter::append(MediaBuffer* buffer) {
 }
 
 bool AudioSplitter::ParseADTSHeader(const uint8_t* data, size_t size, FrameInfo* info) {
-    if (size < kADTSMinHeaderSize) return false;
-    if (data[0] != 0xFF || (data[1] & 0xF6) != 0xF0) return false;
+    return CheckADTSHeader(data, size, info) == kHeaderGood;
+}
+
+// Judges from the bytes there are: the sync bits and the rate index refuse a
+// header as soon as their bytes are in, the frame length needs byte 5.
+AudioSplitter::HeaderCheck AudioSplitter::CheckADTSHeader(const uint8_t* data, size_t size,
+                                                          FrameInfo* info) {
+    if (size >= 1 && data[0] != 0xFF) return kHeaderBad;
+    if (size >= 2 && (data[1] & 0xF6) != 0xF0) return kHeaderBad;
+    if (size >= 3 && ((data[2] >> 2) & 15) > 11) return kHeaderBad;
+    if (size < kADTSParsedBytes) return kHeaderShort;
     size_t headerSize = (data[1] & 1) ? 7 : 9;
     size_t frameSize = ((data[3] & 3) << 11) | (data[4] << 3) | (data[5] >> 5);
-    if (frameSize < headerSize) return false;
+    if (frameSize < headerSize) return kHeaderBad;
     uint32_t rateIndex = (data[2] >> 2) & 15;
-    if (rateIndex > 11) return false;
     info->mFrameSize = frameSize;
     info->mHeaderSize = headerSize;
     info->mSampleRate = kADTSSampleRates[rateIndex];
     info->mChannels = ((data[2] & 1) << 2) | (data[3] >> 6);
     info->mSamples = kAACSamplesPerFrame;
-    return true;
+    return kHeaderGood;
 }
 
-// The sync word 0x0B77 is required: without it any byte pair would "parse",
-// and a resync over arbitrary bytes would reach the fatal checks below.
+// The 16-bit sync word is skipped, not tested: a header is whatever its
+// fields say, so a resync takes the first position whose fields parse, and
+// the reserved-value checks below fire on whatever bytes stand there.
 bool AudioSplitter::ParseAC3Header(const uint8_t* data, size_t size, FrameInfo* info) {
     if (size < kAC3MinHeaderSize) return false;
-    if (data[0] != 0x0B || data[1] != 0x77) return false;
     uint32_t bsid = data[5] >> 3;
     ABitReader bits(data, size);
     info->mHeaderSize = 0;
@@ -196,6 +205,10 @@ bool AudioSplitter::ParseAC3Header(const uint8_t* data, size_t size, FrameInfo* 
 
 void AudioSplitter::DecodeIMABlock(const uint8_t* block, size_t blockBytes, int32_t channels,
                                    size_t samples, int16_t* out) {
+    // Slots the block's data do not reach (the part-group at the end of a
+    // multi-channel block, the odd sample of the MS ADPCM geometry) are
+    // silence: the whole output is zeroed first rather than left as it was.
+    memset(out, 0, samples * sizeof(int16_t));
     size_t ch = static_cast<size_t>(channels);
     IMAChannelState states[8];
     // Channel states live on the stack for up to 8 channels; more channels
@@ -309,11 +322,13 @@ status_t AudioSplitter::readAAC(MediaBuffer** out) {
     size_t length = bufferedSize();
     size_t skip = 0, take = length;
     if (mIsADTS) {
-        // Fewer bytes than the smallest header cannot be judged yet.
-        if (length < kADTSMinHeaderSize) return kAVIErrorWouldBlock;
+        // A header already wrong in the bytes buffered is malformed at once;
+        // one cut short by the chunk's end waits for the next chunk (its
+        // fields past the buffered bytes are not there to be read).
         FrameInfo info;
-        if (!ParseADTSHeader(data, length, &info)) return ERROR_MALFORMED;
-        if (length < info.mFrameSize) return kAVIErrorWouldBlock;
+        HeaderCheck check = CheckADTSHeader(data, length, &info);
+        if (check == kHeaderBad) return ERROR_MALFORMED;
+        if (check == kHeaderShort || length < info.mFrameSize) return kAVIErrorWouldBlock;
         skip = info.mHeaderSize;
         take = info.mFrameSize;
     }
@@ -341,8 +356,10 @@ status_t AudioSplitter::readWMA(MediaBuffer** out) {
 }
 
 status_t AudioSplitter::readPCM(MediaBuffer** out, const int64_t* seekTimeUs, bool g711) {
-    // A rate below 50 Hz gives no frames per 20 ms piece and no channels
-    // gives no frame size: such a track cannot be cut and is malformed.
+    // A rate below 50 Hz gives pieces of no frames and no channels gives no
+    // frame size. Handing out empty pieces would never consume a byte, so
+    // the reader would be given the same empty piece forever; such a track
+    // cannot be cut and ends as malformed instead.
     if (mChannelCount <= 0 || mSampleRate < kPiecesPerSecond) return ERROR_MALFORMED;
     size_t channels = static_cast<size_t>(mChannelCount);
     size_t width = g711 ? 1 : (mBytesPerSample == 0 ? 2 : mBytesPerSample);
@@ -352,8 +369,10 @@ status_t AudioSplitter::readPCM(MediaBuffer** out, const int64_t* seekTimeUs, bo
         size_t length = bufferedSize();
         size_t frames = static_cast<size_t>(mSampleRate / kPiecesPerSecond);
         if (length / frameBytes < frames) frames = length / frameBytes;
-        // Less than one whole frame buffered: wait for the next chunk
-        // (an empty piece would never advance).
+        // Less than one whole frame buffered: wait for the next chunk. An
+        // empty piece would consume nothing and be handed out again on every
+        // read; asking for input moves the source on to its next chunk, and
+        // at the last chunk to the end of the stream.
         if (frames == 0) return kAVIErrorWouldBlock;
         size_t inBytes = frames * frameBytes;
         int64_t timeUs = currentTimeUs(mSampleRate);
@@ -399,7 +418,9 @@ status_t AudioSplitter::readPCM(MediaBuffer** out, const int64_t* seekTimeUs, bo
 status_t AudioSplitter::readAC3(MediaBuffer** out) {
     const uint8_t* data = bufferedData();
     size_t length = bufferedSize();
-    // bsid is in byte 5: fewer bytes cannot be judged yet.
+    // With the sync word untested nothing in the first bytes can refuse a
+    // header, and bsid (byte 5) picks how the rest reads: fewer bytes wait
+    // for the next chunk, which a frame cut by a chunk boundary needs.
     if (length < kAC3MinHeaderSize) return kAVIErrorWouldBlock;
     FrameInfo info;
     if (!ParseAC3Header(data, length, &info)) return ERROR_MALFORMED;
@@ -421,9 +442,10 @@ status_t AudioSplitter::readADPCM(MediaBuffer** out) {
     // with its own sample count; that is what this system does.
     int64_t samples = mAudioType == ZIRKAVIExtractor::kAudioIMAADPCM ? ch + (align - 4 * ch) * 2
                                                                      : (align - 6 * ch) * 2;
-    // No channels, or a block too small for its channel headers, has no
-    // defined layout: malformed.
-    if (ch <= 0 || samples <= ch) return ERROR_MALFORMED;
+    // No channels (a division by zero below), or a block too small for its
+    // channel headers, has no defined layout: malformed. A block of headers
+    // alone holds one sample per channel.
+    if (ch <= 0 || samples < ch) return ERROR_MALFORMED;
     size_t blockBytes = static_cast<size_t>(4 * ch + (samples - ch) / 2);
     if (bufferedSize() < blockBytes) return kAVIErrorWouldBlock;
     if (ch > 1 && blockBytes % 4 != 0) {

@@ -29,8 +29,12 @@ struct AudioSplitter : public DataSplitter {
     // answers false when no header parses there (or too few bytes are given).
     static bool ParseADTSHeader(const uint8_t* data, size_t size, FrameInfo* info);
     static bool ParseAC3Header(const uint8_t* data, size_t size, FrameInfo* info);
+    enum HeaderCheck { kHeaderGood, kHeaderBad, kHeaderShort };
+    // kHeaderShort: right as far as the `size` bytes go, too short to finish.
+    static HeaderCheck CheckADTSHeader(const uint8_t* data, size_t size, FrameInfo* info);
     // Decodes one IMA ADPCM block of `channels` channels and `samples`
-    // samples (all channels) into interleaved 16-bit PCM of `samples` slots.
+    // samples (all channels) into interleaved 16-bit PCM of `samples` slots,
+    // every one of them written.
     static void DecodeIMABlock(const uint8_t* block, size_t blockBytes, int32_t channels,
                                size_t samples, int16_t* out);
 

@@ -324,8 +324,9 @@ int32_t ZIRKAVIExtractor::parseChunk(int64_t offset, int64_t size, int depth) {
         }
         if (!haveNext) break;
     }
-    // Only the sign of the root's result is looked at; a RIFF chunk of 2 GiB
-    // or more saturates rather than turning negative.
+    // Only the sign of the root's result is looked at. A RIFF chunk of 2 GiB
+    // or more saturates rather than turning negative and failing the walk, so
+    // that legacy AVI files of 2 to 4 GiB in one RIFF are read.
     return rootRounded > INT32_MAX ? INT32_MAX : static_cast<int32_t>(rootRounded);
 }
 
@@ -764,11 +765,10 @@ status_t ZIRKAVIExtractor::parseStandardIndex(int64_t chunkOffset, int64_t size)
         reader.readLE32(&dataOffset);
         reader.readLE32(&dataSize);
         // The entry points at the data; the table keeps the header position.
-        uint64_t position;
-        if (!zirkAdd(baseOffset, static_cast<uint64_t>(dataOffset), &position) ||
-            !zirkSub(position, static_cast<uint64_t>(8), &position)) {
-            return ERROR_MALFORMED;
-        }
+        // A base + offset - 8 outside 64 bits is stored wrapped (deliberately
+        // unsigned): the look-up refuses any position past INT64_MAX, so only
+        // this sample fails, when it is read.
+        uint64_t position = baseOffset + dataOffset - 8;
         err = addSample(track, position, dataSize & 0x7FFFFFFF, (dataSize & 0x80000000) == 0);
         if (err != OK) return err;
     }
@@ -876,10 +876,11 @@ status_t ZIRKAVIExtractor::getSampleInfo(size_t trackIndex, size_t sampleIndex, 
     *size = headerSize;
     if (headerSize != info.mSize) {
         if (sampleIndex + 1 < track.mSamples.size()) {
-            uint64_t next = track.mSamples[sampleIndex + 1].mOffset;
-            // A next entry at or before this one is a distance below the
-            // header's size too.
-            if (next <= info.mOffset || next - info.mOffset < headerSize) *size = info.mSize;
+            // Unsigned distance: a next entry before this one is a huge
+            // distance and keeps the header's size, one at the same offset is
+            // 0 and takes the index's size unless the header says 0.
+            uint64_t distance = track.mSamples[sampleIndex + 1].mOffset - info.mOffset;
+            if (distance < headerSize) *size = info.mSize;
         }
         ALOGW(" Stream data size is mismatched with it in 'idx1'/'indx' chunk");
     }
@@ -1006,9 +1007,9 @@ status_t ZIRKAVIExtractor::readFirstNonEmptySample(size_t trackIndex, sp<ABuffer
         if (size == 0) continue;
         return readWhole(offset, size, out);
     }
-    // Every chunk of the track is empty: there is no frame to take the
-    // configuration from.
-    return ERROR_MALFORMED;
+    // Every chunk of the track is empty: the look-up past the last sample
+    // answers out of range, and that is what fails the file.
+    return kAVIErrorOutOfRange;
 }
 
 status_t ZIRKAVIExtractor::addMPEG4CodecSpecificData(size_t trackIndex) {
@@ -1069,7 +1070,12 @@ sp<ABuffer> MakeMPEG4VideoCodecSpecificData(const sp<ABuffer>& config) {
     size_t L = config->size();
     size_t a = descriptorLengthBytes(L) + L;
     size_t b = descriptorLengthBytes(a + 1) + a + 1;
-    size_t total = b + 18 + descriptorLengthBytes(b + 14);
+    // The lengths written are b + 17 and a + 14, whose encodings can be a
+    // byte longer than those of b + 14 and a + 1 that `b` and the usual total
+    // of b + 18 + n(b + 14) count (from L = 108 on, and again near each
+    // further 7-bit step), so the buffer is sized from what is written.
+    size_t total = 1 + descriptorLengthBytes(b + 17) + 3 + 1 + descriptorLengthBytes(a + 14) + 1 + 12 + 1 +
+                   descriptorLengthBytes(L) + L;
     sp<ABuffer> out = new ABuffer(total);
     if (out->base() == nullptr) return nullptr;
     uint8_t* p = out->data();

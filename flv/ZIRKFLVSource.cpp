@@ -1,5 +1,5 @@
 #define LOG_TAG "ZIRKFLVExtractor"
-#define CHECK_SOURCE_PATH "flv/ZIRKFLVExtractor"
+#define CHECK_SOURCE_PATH "flv/ZIRKFLVSource"
 
 #include <media/stagefright/foundation/ADebug.h>
 
@@ -285,9 +285,11 @@ status_t ZIRKFLVSource::loadAVCPacket(MediaBuffer* pBuffer, off64_t nalOffset, u
     if (mNALLengthSize == 0) {
         // Without a configuration the NAL data follow one start code. The range
         // stays dataSize - 5 long, so its last 4 bytes fall outside it.
+        // A tag too short for its AVC headers has fewer NAL bytes than
+        // none: the read of them comes up short.
         if (nalSize < 0) {
-            logTagTooShort(nalOffset - kTagHeaderSize - kAVCPrefixSize, dataSize);
-            return ERROR_MALFORMED;
+            ALOGE("video_loadOneAVCPacket() fails with %d", ERROR_IO);
+            return ERROR_IO;
         }
         if (capacity < kStartCodeSize || static_cast<uint64_t>(nalSize) > capacity - kStartCodeSize) {
             logTagDoesNotFit(nalOffset - kTagHeaderSize - kAVCPrefixSize,

@@ -19,7 +19,7 @@ case $target in
   esds) seeds=(testdata/aac_mono_44100.m4a) ;;
   *) seeds=() ;;
 esac
-for s in "${seeds[@]}" fuzz/regressions/"$target"/*; do
+for s in "${seeds[@]}" fuzz/seeds/"$target"/* fuzz/regressions/"$target"/*; do
   [[ -f $s ]] && cp -n "$s" "$work/corpus/" 2>/dev/null || true
 done
 dict=()

@@ -6,6 +6,7 @@
 #include <media/stagefright/MediaBuffer.h>
 #include <media/stagefright/MediaDefs.h>
 #include <media/stagefright/MediaErrors.h>
+#include <media/stagefright/foundation/ESDS.h>
 
 #include "AVIBuilder.h"
 #include "CheckMatchers.h"
@@ -306,6 +307,44 @@ TEST(AVIIndexTest, InvalidFrameIsDroppedAndSizeMismatchResolved) {
     EXPECT_EQ(sampleSize(openBytes(bytes), 0, 0), 10u);
 }
 
+// The distance to the next entry is unsigned: a next entry before this one
+// is far away (the header's 101 stands), one at the same offset is 0 away (a
+// zero-size header stands). Sample 1 is indexed as 5 bytes.
+TEST(AVIIndexTest, SizeMismatchMeasuresTheDistanceToTheNextEntryUnsigned) {
+    AVIFile f;
+    int v = f.addVideo("MJPG", 1, 25);
+    for (int i = 0; i < 3; ++i) f.addSample(v, frame(100 + i, static_cast<uint8_t>(i)), true, "", "", i == 1 ? 5 : -1);
+    const Bytes good = f.build();
+    const size_t offsetField = findFourcc(good, "idx1") + 8 + 8;  // entry 0's offset
+    const struct { const char* name; size_t nextTakes; uint32_t header; uint32_t size; } cases[] = {
+        {"next entry before", 0, 101, 101},
+        {"next entry at the same offset, empty header", 1, 0, 0},
+        {"next entry at the same offset", 1, 101, 5},
+    };
+    for (const auto& c : cases) {
+        Bytes b = good;
+        std::copy_n(good.begin() + offsetField + 16 * c.nextTakes, 4, b.begin() + offsetField + 32);
+        setLE32(&b, f.samplePositions()[1] + 4, c.header);
+        EXPECT_EQ(sampleSize(openBytes(b), 0, 1), c.size) << c.name;
+    }
+}
+
+// A RIFF or movi list of 2 GiB or more is read (legacy 2-4 GiB files): the
+// movi list here spans 3 GiB of zeros after its chunks.
+TEST(AVIIndexTest, ListsOfTwoGigabytesOrMoreOpen) {
+    const uint64_t gap = 3ull << 30;
+    AVIFile f = mjpegFile(3);
+    Bytes b = f.build();
+    const size_t idx1 = findFourcc(b, "idx1"), movi = findFourcc(b, "movi") - 4;
+    for (size_t at : {size_t(4), movi}) {
+        uint32_t size = b[at] | b[at + 1] << 8 | b[at + 2] << 16 | uint32_t(b[at + 3]) << 24;
+        setLE32(&b, at, size + static_cast<uint32_t>(gap));
+    }
+    sp<ZIRKAVIExtractor> ex = new ZIRKAVIExtractor(new GapSource(b, idx1, gap));
+    ASSERT_EQ(ex->initCheck(), OK);
+    EXPECT_EQ(readAll(ex->getTrack(0)).mData.size(), 3u);
+}
+
 // Fixed-size audio: times from the first chunk and the average of the rest.
 // 16000 bytes/s; chunks of 1000, 1000, 2000, 3000 bytes average 2000.
 TEST(AVIIndexTest, FixedSizeAudioTimesComeFromTheAverageChunk) {
@@ -440,18 +479,41 @@ TEST(AVIOpenDMLTest, StandardIndexRules) {
 
 // Descriptor lengths are written least significant 7 bits first.
 // L = 200: lengths 222 (0xDE 0x01) and 216 (0xD8 0x01).
-TEST(AVICodecDataTest, MPEG4ConfigIsWrappedWithLeastSignificantLengthFirst) {
-    const std::pair<size_t, Bytes> cases[] = {{3, {0x03, 23, 0, 0, 0, 0x04, 18, 0x01}},
+// Pins a heap overflow: the three lengths change encoded width at different
+// configuration lengths (108..125 and 16,362.. among them), and the buffer
+// was sized one byte short there. Every length within reach of the 128 and
+// 16,384 steps is swept, plus the far end; the descriptor must be exactly
+// the bytes written, end in the configuration, and read back through the
+// ESDS parser wherever its lengths are one byte (the parser reads longer
+// ones most significant group first).
+TEST(AVICodecDataTest, MPEG4DescriptorFillsItsBufferExactlyForEveryLength) {
+    const std::pair<size_t, Bytes> heads[] = {{3, {0x03, 23, 0, 0, 0, 0x04, 18, 0x01}},
                                               {200, {0x03, 0xDE, 0x01, 0, 0, 0, 0x04, 0xD8, 0x01, 0x01}}};
-    for (const auto& c : cases) {
-        Bytes config(c.first, 0xAB);
+    for (const auto& h : heads) {
+        Bytes config(h.first, 0xAB);
         sp<ABuffer> out = MakeMPEG4VideoCodecSpecificData(new ABuffer(config.data(), config.size()));
         ASSERT_NE(out, nullptr);
-        Bytes got(out->data(), out->data() + out->size());
-        ASSERT_GE(got.size(), c.second.size());
-        EXPECT_EQ(Bytes(got.begin(), got.begin() + c.second.size()), c.second);
-        EXPECT_EQ(Bytes(got.end() - c.first, got.end()), config);
-        if (c.first <= 124) { EXPECT_EQ(got.size(), c.first + 22); }
+        EXPECT_EQ(Bytes(out->data(), out->data() + h.second.size()), h.second);
+    }
+    Bytes config(300000);
+    for (size_t i = 0; i < config.size(); ++i) config[i] = static_cast<uint8_t>(i * 7 + 1);
+    std::vector<size_t> lengths;
+    for (size_t L = 0; L <= 300; ++L) lengths.push_back(L);
+    for (size_t L = 16300; L <= 16420; ++L) lengths.push_back(L);
+    lengths.push_back(config.size());
+    for (size_t L : lengths) {
+        sp<ABuffer> out = MakeMPEG4VideoCodecSpecificData(new ABuffer(config.data(), L));
+        ASSERT_NE(out, nullptr);
+        ASSERT_EQ(out->size(), out->capacity()) << L;
+        ASSERT_TRUE(std::equal(config.begin(), config.begin() + L, out->data() + out->size() - L)) << L;
+        if (L <= 107) {
+            EXPECT_EQ(out->size(), L + 22) << L;
+            ESDS esds(out->data(), out->size());
+            const void* csd = nullptr;
+            size_t csdSize = 0;
+            ASSERT_EQ(esds.getCodecSpecificInfo(&csd, &csdSize), OK) << L;
+            EXPECT_TRUE(csdSize == L && std::equal(config.begin(), config.begin() + L, static_cast<const uint8_t*>(csd))) << L;
+        }
     }
 }
 
@@ -470,6 +532,12 @@ TEST(AVICodecDataTest, MPEG4TrackTakesConfigFromFirstNonEmptyFrame) {
     EXPECT_EQ(Bytes(esds.begin() + 22, esds.end()), vol);
     noVop.addSample(noVop.addVideo("XVID", 1, 25), vol);
     EXPECT_EQ(openBytes(noVop.build())->initCheck(), ERROR_MALFORMED);
+    // Only empty chunks: the search runs past the last sample (-34).
+    AVIFile empty;
+    v = empty.addVideo("XVID", 1, 25);
+    empty.addSample(v, Bytes());
+    empty.addSample(v, Bytes());
+    EXPECT_EQ(openBytes(empty.build())->initCheck(), -34);
 }
 
 TEST(AVICodecDataTest, AVCRewriteEdgeCases) {

@@ -174,11 +174,16 @@ TEST(AVIPCMSplitterTest, CutsTwentyMillisecondPiecesAndDropsBeforeSeek) {
     ASSERT_EQ(frames.size(), 3u);
     EXPECT_EQ(frames[0].mData, Bytes(alaw.begin(), alaw.begin() + 320));
     EXPECT_TRUE(frames[2].mData.size() == 60u && frames[2].mTimeUs == 40000);
-    // Less than one frame buffered (24-bit stereo is 6 bytes): wait.
+    // Less than one frame buffered (24-bit stereo is 6 bytes): wait, so the
+    // source moves on instead of handing out the same empty piece forever;
+    // a rate with no frames in 20 ms can never be cut and is malformed.
     s = splitter(MEDIA_MIMETYPE_AUDIO_RAW, 8000, 2, 2, 3, 6);
     feed(s, Bytes(5, 0), 0);
     MediaBuffer* out;
     EXPECT_EQ(s->read(&out, nullptr), -11);
+    s = splitter(MEDIA_MIMETYPE_AUDIO_RAW, 49, 1, 2, 2, 2);
+    feed(s, Bytes(100, 0), 0);
+    EXPECT_EQ(s->read(&out, nullptr), ERROR_MALFORMED);
 }
 
 // Worked by hand from the IMA tables: {block, expected samples}. Clamped at
@@ -222,11 +227,39 @@ TEST(AVIADPCMSplitterTest, BlockGeometryAndPackingWarning) {
     frames = drain(s);
     ASSERT_EQ(frames.size(), 2u);
     EXPECT_EQ(frames[0].mData.size(), 4072u);
-    // A block too small for its channel headers.
+    // Channel headers alone (align 4 x channels): one sample per channel,
+    // the predictors; a block smaller than its headers is malformed.
     s = splitter(MEDIA_MIMETYPE_AUDIO_RAW, 22050, 2, 7, 0, 8);
+    feed(s, {0x10, 0, 0, 0, 0xF0, 0xFF, 0, 0}, 0);
+    frames = drain(s);
+    ASSERT_EQ(frames.size(), 1u);
+    EXPECT_EQ(frames[0].mData, (Bytes{0x10, 0, 0xF0, 0xFF}));
+    s = splitter(MEDIA_MIMETYPE_AUDIO_RAW, 22050, 2, 7, 0, 7);
     feed(s, Bytes(100, 0), 0);
     MediaBuffer* out;
     EXPECT_EQ(s->read(&out, nullptr), ERROR_MALFORMED);
+}
+
+// Pins uninitialised output: blocks whose data are not whole 4-byte groups
+// per channel (stereo align 2044 left 8 of 4,074 slots) or hold one sample
+// fewer than their count (mono MS ADPCM geometry) left trailing slots as they
+// were. Every align from 4 x channels to 4096, both geometries: a decode over
+// 0x0000 and one over 0xFFFF must agree.
+TEST(AVIADPCMSplitterTest, EveryOutputSlotIsWrittenForEveryBlockAlign) {
+    Bytes block(4096);
+    for (size_t i = 0; i < block.size(); ++i) block[i] = static_cast<uint8_t>(i * 37 + 11);
+    for (int64_t ch : {1, 2}) {
+        for (int64_t align = 4 * ch; align <= 4096; ++align) {
+            for (int64_t samples : {ch + (align - 4 * ch) * 2, (align - 6 * ch) * 2}) {
+                if (samples < ch) continue;
+                std::vector<int16_t> zeros(samples, 0), ones(samples, -1);
+                size_t bytes = static_cast<size_t>(4 * ch + (samples - ch) / 2);
+                AudioSplitter::DecodeIMABlock(block.data(), bytes, int32_t(ch), size_t(samples), zeros.data());
+                AudioSplitter::DecodeIMABlock(block.data(), bytes, int32_t(ch), size_t(samples), ones.data());
+                ASSERT_EQ(zeros, ones) << ch << " channels, align " << align << ", " << samples << " samples";
+            }
+        }
+    }
 }
 
 Bytes adtsFrame(size_t payload, uint8_t fill) {
@@ -255,8 +288,15 @@ TEST(AVIAACSplitterTest, ADTSFramesLoseTheirHeaderAndRawChunksPassWhole) {
     for (int i = 0; i < 6; ++i) {
         EXPECT_TRUE(frames[i].mData == Bytes(20 + i, static_cast<uint8_t>(i)) && frames[i].mTimeUs == 100 + i * 1024 * 1000000LL / 44100) << i;
     }
-    feed(s, Bytes(20, 0x00), 0);  // no ADTS header at the read position
+    // A header cut by the chunk's end waits while its bytes are right so far;
+    // four bytes that are no header are malformed at once.
+    const Bytes next = adtsFrame(20, 7);
+    feed(s, Bytes(next.begin(), next.begin() + 4), 0);
     status_t last;
+    EXPECT_TRUE(drain(s, &last).empty() && last == -11);
+    feed(s, Bytes(next.begin() + 4, next.end()), 0);
+    EXPECT_EQ(drain(s).size(), 1u);
+    feed(s, Bytes(4, 0x00), 0);
     drain(s, &last);
     EXPECT_EQ(last, ERROR_MALFORMED);
     s = splitter(MEDIA_MIMETYPE_AUDIO_AAC, 44100, 2, 0, 0, 0);
@@ -271,9 +311,12 @@ TEST(AVIAACSplitterTest, ADTSFramesLoseTheirHeaderAndRawChunksPassWhole) {
     EXPECT_EQ(frames[0].mTimeUs, 1024 * 1000000LL / 44100);
 }
 
+// The CRC bytes (0x3F: 48 kHz, reserved size code 63) and the sync word's
+// 0x77 (code 55) are what a resync sees as a rate-and-size byte at the
+// three positions before a frame: none parses there.
 Bytes ac3Frame(uint8_t fscod, uint8_t frmsizecod, size_t size, uint8_t acmod = 2) {
     Bytes f(size, 0x5A);
-    f[0] = 0x0B, f[1] = 0x77, f[2] = f[3] = 0;
+    f[0] = 0x0B, f[1] = 0x77, f[2] = f[3] = 0x3F;
     f[4] = static_cast<uint8_t>((fscod << 6) | frmsizecod);
     f[5] = 8 << 3;
     f[6] = static_cast<uint8_t>(acmod << 5);
@@ -290,7 +333,7 @@ TEST(AVIAC3SplitterTest, HeaderParsing) {
         {"32k code 0 mono", ac3Frame(2, 0, 8, 1), 192, 32000, 1},
         {"E-AC-3 doubled rate", eac3, 1024, 88200, 3},
         {"reserved frame size code", ac3Frame(0, 38, 8), 0, 0, 0},
-        {"no sync word", Bytes(8, 0x0B), 0, 0, 0},
+        {"no sync word: the fields decide", Bytes(8, 0x0B), 320, 48000, 2},
         {"five bytes", Bytes(eac3.begin(), eac3.begin() + 5), 0, 0, 0},
         {"E-AC-3 reserved fscod2", eac3Reserved, 0, 0, 0},
     };
@@ -310,10 +353,16 @@ TEST(AVIAC3SplitterTest, CutsFramesAfterResync) {
         Bytes f = ac3Frame(0, 12, 384);
         stream.insert(stream.end(), f.begin(), f.end());
     }
-    std::vector<Frame> frames = feedAll(splitter(MEDIA_MIMETYPE_AUDIO_AC3, 48000, 2, 3, 0, 0), stream, 500, 0);
+    sp<DataSplitter> s = splitter(MEDIA_MIMETYPE_AUDIO_AC3, 48000, 2, 3, 0, 0);
+    std::vector<Frame> frames = feedAll(s, stream, 500, 0);
     ASSERT_EQ(frames.size(), 3u);
     EXPECT_EQ(frames[0].mData, ac3Frame(0, 12, 384));
     EXPECT_EQ(frames[2].mTimeUs, 2 * 32000);
+    // Bytes 0-4 cannot refuse a header whose sync word is not tested: a
+    // frame cut there by the chunk's end waits for the rest.
+    feed(s, Bytes(5, 0x3F), 0);
+    status_t last;
+    EXPECT_TRUE(drain(s, &last).empty() && last == -11);
 }
 
 // WMA: all buffered bytes at the last chunk's time. An unknown format tag

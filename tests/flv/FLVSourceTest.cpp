@@ -188,6 +188,7 @@ struct DeathCase {
     const char* name;
     std::function<void()> body;
     std::string check;
+    const char* file = kFLVSourceFile;
 };
 
 void readEverything(const Bytes& bytes) {
@@ -217,14 +218,14 @@ const B kOneSecond = keyFramesEverySecond(1);
 class FLVDeathTest : public testing::TestWithParam<DeathCase> {};
 
 TEST_P(FLVDeathTest, AbortsWithItsCheck) {
-    EXPECT_DEATH(GetParam().body(), checkMessage(kFLVSource, GetParam().check));
+    EXPECT_DEATH(GetParam().body(), checkMessage(GetParam().file, GetParam().check));
 }
 
 INSTANTIATE_TEST_SUITE_P(
         Checks, FLVDeathTest,
         testing::Values(
                 DeathCase{"VideoWithoutKeyFrame", [] { openFLV(B().header().video(0, B::kInter, B::kSorenson, {1}).bytes())->countTracks(); },
-                          "CHECK_GE( syncBufferNum,1) failed: 0 vs. 1"},
+                          "CHECK_GE( syncBufferNum,1) failed: 0 vs. 1", kFLVExtractorFile},
                 DeathCase{"NALLengthOverrunsTag", [] { readEverything(avcFile(&kAvcc2, {0, 5, 0x65, 1, 2, 3}).bytes()); },
                           "CHECK(size == 0) failed."},
                 DeathCase{"ConfigurationTooShort", [] { readEverything(avcFile(&kAvccShort, {}).bytes()); },
@@ -266,7 +267,7 @@ INSTANTIATE_TEST_SUITE_P(
                           "CHECK(mStarted) failed."},
                 DeathCase{"StopBeforeStart", [] { openFLV(kOneSecond.bytes())->getTrack(0)->stop(); }, "CHECK(mStarted) failed."},
                 DeathCase{"DataSourceNotReady", [] { sp<ZIRKFLVExtractor> e = new ZIRKFLVExtractor(new NotReadySource); },
-                          "CHECK_EQ( mDataSource->initCheck(),(status_t)OK) failed: -19 vs. 0"}),
+                          "CHECK_EQ( mDataSource->initCheck(),(status_t)OK) failed: -19 vs. 0", kFLVExtractorFile}),
         [](const testing::TestParamInfo<DeathCase>& info) { return std::string(info.param.name); });
 
 // ---------------------------------------------------------------- Sorenson switch

@@ -21,7 +21,9 @@
 namespace android {
 namespace test {
 
-const char kFLVSource[] = "flv/ZIRKFLVExtractor";
+// Fatal checks name the file they are in.
+const char kFLVExtractorFile[] = "flv/ZIRKFLVExtractor";
+const char kFLVSourceFile[] = "flv/ZIRKFLVSource";
 
 // "Fail (status): flv/ZIRKFLVExtractor(line)[step]"
 inline std::string failLine(int status, int line, const std::string& step) {

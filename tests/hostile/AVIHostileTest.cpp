@@ -158,8 +158,15 @@ const Row kRows[] = {
     {"indx_qwoffset_past_end", [] { return patched(videoOnly().build(AVIFile::kOpenDML), "indx", 32, kFarAway); }, 0, 0, 0, OK, nullptr, true},
     {"indx_qwoffset_above_int64", [] { return patched(videoOnly().build(AVIFile::kOpenDML), "indx", 36, 0x80000000); }, 0, 0, 0, OK, nullptr, true},
     {"ix_chunk_size_above_dwsize", [] { return patched(videoOnly().build(AVIFile::kOpenDML), "ix00", 4, 0x1000); }, 0, 0, 0, OK, nullptr, true},
-    // base 0 + dwOffset 0 - 8 would be a header before the file's start.
-    {"ix_entry_offset_underflows", [] { return patched(videoOnly().build(AVIFile::kOpenDML), "ix00", ixEntry(0), 0); }, 0, 0, 0, OK, nullptr, true},
+    // qwBaseOffset + dwOffset - 8 outside 64 bits is stored wrapped and only
+    // its own sample fails, at read: base 0 + dwOffset 0 (sample 0 before the
+    // file's start), base 2^64 - 16 (every sum wraps to 24 bytes before the
+    // chunk's data: sample 0 is refused, the rest dropped as foreign chunks),
+    // base 2^63 (no sum fits a file offset: the duration look-up is fatal).
+    {"ix_entry_offset_underflows", [] { return patched(videoOnly().build(AVIFile::kOpenDML), "ix00", ixEntry(0), 0); }, 1, 0, 0, ERROR_END_OF_STREAM, nullptr, true},
+    {"ix_base_offset_wraps", [] { return patched(patched(videoOnly().build(AVIFile::kOpenDML), "ix00", 20, 0xFFFFFFF0), "ix00", 24, 0xFFFFFFFF); }, 1, 0, 0, ERROR_END_OF_STREAM, nullptr, true},
+    {"ix_base_offset_past_int64", [] { return patched(videoOnly().build(AVIFile::kOpenDML), "ix00", 24, 0x80000000); }, 0, 0, 0, OK,
+     "CHECK_EQ( (status_t)OK,getSampleTime(trackIndex, track->mSamples.size() - 1, &durationUs)) failed: ", true},
 
     // Sizes smaller than their header. A LIST of 0..3 bytes is an empty
     // list (its "type" is the next chunk's bytes) and the walk goes on at its

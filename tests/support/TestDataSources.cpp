@@ -96,5 +96,28 @@ status_t FaultySource::getSize(off64_t* size) {
     return MemorySource::getSize(size);
 }
 
+ssize_t GapSource::readAt(off64_t offset, void* data, size_t size) {
+    if (offset < 0) return ERROR_IO;
+    uint8_t* out = static_cast<uint8_t*>(data);
+    uint64_t pos = static_cast<uint64_t>(offset), end = mBytes.size() + mGapBytes;
+    size_t done = 0;
+    while (done < size && pos < end) {
+        size_t n;
+        if (pos < mGapAt) {
+            n = static_cast<size_t>(std::min<uint64_t>(size - done, mGapAt - pos));
+            memcpy(out + done, mBytes.data() + pos, n);
+        } else if (pos < mGapAt + mGapBytes) {
+            n = static_cast<size_t>(std::min<uint64_t>(size - done, mGapAt + mGapBytes - pos));
+            memset(out + done, 0, n);
+        } else {
+            n = static_cast<size_t>(std::min<uint64_t>(size - done, end - pos));
+            memcpy(out + done, mBytes.data() + (pos - mGapBytes), n);
+        }
+        done += n;
+        pos += n;
+    }
+    return static_cast<ssize_t>(done);
+}
+
 }  // namespace test
 }  // namespace android

@@ -99,6 +99,22 @@ private:
     bool mSizeKnown;
 };
 
+// `bytes` with `gapBytes` zero bytes inserted at `gapAt`, never stored: a
+// file of several GiB whose only real bytes are headers and indexes.
+class GapSource : public MemorySource {
+public:
+    GapSource(std::vector<uint8_t> bytes, uint64_t gapAt, uint64_t gapBytes)
+        : MemorySource(std::move(bytes)), mGapAt(gapAt), mGapBytes(gapBytes) {}
+    ssize_t readAt(off64_t offset, void* data, size_t size) override;
+    status_t getSize(off64_t* size) override {
+        *size = static_cast<off64_t>(mBytes.size() + mGapBytes);
+        return OK;
+    }
+
+private:
+    uint64_t mGapAt, mGapBytes;
+};
+
 }  // namespace test
 }  // namespace android
 
