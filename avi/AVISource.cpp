@@ -1,5 +1,4 @@
 #define LOG_TAG "ZIRKAVIExtractor"
-#define CHECK_SOURCE_PATH "avi/ZIRKAVIExtractor"
 
 #include <string.h>
 #include <strings.h>
@@ -11,12 +10,15 @@
 #include <media/stagefright/foundation/avc_utils.h>
 #include <utils/Log.h>
 
-#include "avi/AudioSplitter.h"
-#include "avi/MP3Splitter.h"
+#include "avi/ZIRKAVIChecks.h"
 #include "avi/ZIRKAVIExtractor.h"
+#include "common/AudioSplitter.h"
+#include "common/MP3Splitter.h"
 #include "common/ZIRKMetaKeys.h"
 
 namespace android {
+
+using namespace avichecks;
 
 namespace {
 
@@ -46,13 +48,13 @@ ZIRKAVIExtractor::AVISource::AVISource(const sp<ZIRKAVIExtractor>& extractor, si
     const sp<MetaData>& meta = mTrack.mMeta;
     const char* mime;
     // Must stay fatal.
-    CHECK_AT(157, meta->findCString(kKeyMIMEType, &mime));
+    ZIRK_CHECK_SITE(kAVI, kSourceMime, meta->findCString(kKeyMIMEType, &mime));
 
     if (!strcasecmp(mime, MEDIA_MIMETYPE_VIDEO_MPEG4) && !meta->hasData(kKeyESDS)) {
         ALOGD("ESDS unavailable, get GMC data from the first frame.");
         uint8_t bytes[kFirstFrameProbeBytes];
         size_t length;
-        if (readFirstFrame(175, 176, bytes, &length) == OK) {
+        if (readFirstFrame(kGMCFrameIndex, kGMCFrameInfo, bytes, &length) == OK) {
             int n = ParseMPEG4GMCWarpPoint(bytes, static_cast<int>(length));
             if (n < 0) n = 0;
             ALOGD("MPEG4 GMC Wrap Point: %d", n);
@@ -61,7 +63,7 @@ ZIRKAVIExtractor::AVISource::AVISource(const sp<ZIRKAVIExtractor>& extractor, si
     } else if (!strcasecmp(mime, MEDIA_MIMETYPE_VIDEO_H263)) {
         uint8_t bytes[kFirstFrameProbeBytes];
         size_t length;
-        if (readFirstFrame(204, 205, bytes, &length) == OK) {
+        if (readFirstFrame(kH263FrameIndex, kH263FrameInfo, bytes, &length) == OK) {
             int r = Detect263AdvancedFeatures(bytes, static_cast<int>(length));
             ALOGD("Detect263AdvancedFeatures() ret %d", r);
             if (r >= 0) {
@@ -81,15 +83,16 @@ ZIRKAVIExtractor::AVISource::~AVISource() {
 
 // Reads up to kFirstFrameProbeBytes of the key frame at time 0 into `bytes`;
 // ERROR_IO when the read comes back short (the probes then set nothing).
-status_t ZIRKAVIExtractor::AVISource::readFirstFrame(int indexCheckLine, int infoCheckLine,
-                                                     uint8_t* bytes, size_t* length) {
+status_t ZIRKAVIExtractor::AVISource::readFirstFrame(const ZIRKCheckSite& indexCheck,
+                                                     const ZIRKCheckSite& infoCheck, uint8_t* bytes,
+                                                     size_t* length) {
     // Must stay fatal: a finished track always has a sample at time 0.
-    CHECK_EQ_AT(indexCheckLine, mExtractor->getSampleIndexAtTime(mTrackIndex, 0, ReadOptions::SEEK_CLOSEST_SYNC, &mSampleIndex),(status_t)OK);
+    ZIRK_CHECK_EQ_SITE(kAVI, indexCheck, mExtractor->getSampleIndexAtTime(mTrackIndex, 0, ReadOptions::SEEK_CLOSEST_SYNC, &mSampleIndex), (status_t)OK);
     int64_t offset = 0, timeUs;
     uint32_t size = 0;
     bool isKey;
     // Must stay fatal.
-    CHECK_EQ_AT(infoCheckLine, mExtractor->getSampleInfo(mTrackIndex, mSampleIndex, &offset, &size, &isKey, &timeUs),(status_t)OK);
+    ZIRK_CHECK_EQ_SITE(kAVI, infoCheck, mExtractor->getSampleInfo(mTrackIndex, mSampleIndex, &offset, &size, &isKey, &timeUs), (status_t)OK);
     size_t want = size < kFirstFrameProbeBytes ? size : kFirstFrameProbeBytes;
     ssize_t n = mExtractor->mDataSource->readAt(offset, bytes, want);
     if (n < static_cast<ssize_t>(want)) return ERROR_IO;
@@ -99,7 +102,7 @@ status_t ZIRKAVIExtractor::AVISource::readFirstFrame(int indexCheckLine, int inf
 
 status_t ZIRKAVIExtractor::AVISource::start(MetaData* /*params*/) {
     // Must stay fatal: start twice.
-    CHECK_AT(236, !mBufferGroup);
+    ZIRK_CHECK_SITE(kAVI, kStartTwice, !mBufferGroup);
 
     uint64_t bufferSize = static_cast<uint64_t>(mTrack.mMaxSampleSize) + kSampleBufferSlack;
     if (bufferSize > kMaxSampleBufferBytes) return ERROR_MALFORMED;
@@ -118,12 +121,12 @@ status_t ZIRKAVIExtractor::AVISource::start(MetaData* /*params*/) {
 
     const char* mime;
     // Must stay fatal.
-    CHECK_AT(245, mTrack.mMeta->findCString(kKeyMIMEType, &mime));
+    ZIRK_CHECK_SITE(kAVI, kStartMime, mTrack.mMeta->findCString(kKeyMIMEType, &mime));
     if (!strncmp(mime, "audio/", 6)) {
         if (mTrack.mAudioType == kAudioMP3 || mTrack.mAudioType == kAudioMPEG) {
-            mSplitter = new MP3Splitter();
+            mSplitter = new MP3Splitter(kMP3Splitter);
         } else {
-            mSplitter = new AudioSplitter(mTrack.mMeta, mTrack.mAudioType, mTrack.mBitsPerSample / 8,
+            mSplitter = new AudioSplitter(kAudioSplitter, mTrack.mMeta, mTrack.mAudioType, mTrack.mBitsPerSample / 8,
                                           mTrack.mBlockAlign);
         }
     }
@@ -132,7 +135,7 @@ status_t ZIRKAVIExtractor::AVISource::start(MetaData* /*params*/) {
 
 status_t ZIRKAVIExtractor::AVISource::stop() {
     // Must stay fatal: stop without start.
-    CHECK_AT(284, mBufferGroup);
+    ZIRK_CHECK_SITE(kAVI, kStopUnstarted, mBufferGroup);
     delete mBufferGroup;
     mBufferGroup = nullptr;
     mSplitter.clear();
@@ -143,7 +146,7 @@ sp<MetaData> ZIRKAVIExtractor::AVISource::getFormat() { return mTrack.mMeta; }
 
 status_t ZIRKAVIExtractor::AVISource::read(MediaBuffer** buffer, const ReadOptions* options) {
     // Must stay fatal: read without start.
-    CHECK_AT(300, mBufferGroup);
+    ZIRK_CHECK_SITE(kAVI, kReadUnstarted, mBufferGroup);
     *buffer = nullptr;
 
     int64_t seekTimeUs;
@@ -161,7 +164,7 @@ status_t ZIRKAVIExtractor::AVISource::read(MediaBuffer** buffer, const ReadOptio
         if (mSplitter != nullptr) {
             status_t r = mSplitter->read(buffer, seeking ? &seekTimeUs : nullptr);
             if (r == OK) return OK;
-            if (r != kAVIErrorWouldBlock) return r;
+            if (r != kSplitterNeedsMoreInput) return r;
         }
 
         int64_t offset, timeUs;
@@ -175,7 +178,7 @@ status_t ZIRKAVIExtractor::AVISource::read(MediaBuffer** buffer, const ReadOptio
 
         // Must stay fatal: with both buffers out the acquire waits; it only
         // fails when the group has none.
-        CHECK_EQ_AT(348, mBufferGroup->acquire_buffer(&out),(status_t)OK);
+        ZIRK_CHECK_EQ_SITE(kAVI, kAcquireBuffer, mBufferGroup->acquire_buffer(&out), (status_t)OK);
 
         // The chunk header may claim more than the largest indexed size the
         // buffers were made for; such a chunk cannot be read and is

@@ -14,12 +14,15 @@
 #include <media/stagefright/foundation/avc_utils.h>
 #include <utils/Log.h>
 
+#include "avi/ZIRKAVIChecks.h"
 #include "common/ZIRKByteReader.h"
 #include "common/ZIRKNALRewrite.h"
 #include "common/ZIRKMetaKeys.h"
 #include "common/ZIRKSafeMath.h"
 
 namespace android {
+
+using namespace avichecks;
 
 namespace {
 
@@ -153,22 +156,6 @@ bool streamNumber(uint32_t chunkType, uint32_t* number) {
 }
 
 bool isVideoMime(const char* mime) { return mime && !strncasecmp(mime, "video/", 6); }
-
-// A double estimate turned into an unsigned 32-bit count. The estimates divide
-// by an average that a one-chunk track leaves as 0/0; NaN, negative and
-// oversized values would make the plain conversion undefined, so they are
-// pinned to 0 and UINT32_MAX.
-uint32_t saturateToU32(double v) {
-    if (!(v > 0.0)) return 0;
-    if (v >= 4294967295.0) return UINT32_MAX;
-    return static_cast<uint32_t>(v);
-}
-
-int64_t saturateToI64(__int128 v) {
-    if (v > INT64_MAX) return INT64_MAX;
-    if (v < INT64_MIN) return INT64_MIN;
-    return static_cast<int64_t>(v);
-}
 
 status_t shortReadStatus(ssize_t n) { return n < 0 ? static_cast<status_t>(n) : ERROR_MALFORMED; }
 
@@ -480,7 +467,7 @@ status_t ZIRKAVIExtractor::parseStreamFormat(int64_t dataOffset, int64_t size) {
         struct PlainFormat {
             uint16_t formatTag;
             const char* mime;
-            AudioType type;
+            ZIRKAudioType type;
             bool keepsBitsPerSample;
         };
         static const PlainFormat kPlainFormats[] = {
@@ -796,19 +783,14 @@ status_t ZIRKAVIExtractor::finishTrack(size_t trackIndex, bool fromSuperIndex) {
             }
         }
         // One chunk leaves 0.0 / 0 (NaN) here; every use of the average
-        // goes through saturateToU32 or the seek clamp, which pin it.
+        // goes through zirkSaturateCast or the seek clamp, which pin it.
         track->mAvgChunkSize = total / n;
     }
 
     int64_t durationUs = 0;
-    if (fromSuperIndex) {
-        // Must stay fatal: a track without samples ends the process.
-        CHECK_EQ_AT(2378, (status_t)OK,getSampleTime(trackIndex, track->mSamples.size() - 1, &durationUs));
-    } else {
-        size_t i = trackIndex;
-        // Must stay fatal: a track without samples ends the process.
-        CHECK_EQ_AT(2122, (status_t)OK,getSampleTime(i, track->mSamples.size() - 1, &durationUs));
-    }
+    // Must stay fatal: a track without samples ends the process.
+    ZIRK_CHECK_EQ_SITE(kAVI, fromSuperIndex ? kDurationIndx : kDurationIdx1, (status_t)OK,
+                       getSampleTime(trackIndex, track->mSamples.size() - 1, &durationUs));
     track->mMeta->setInt64(kKeyDuration, durationUs);
     track->mMeta->setInt32(kKeyMaxInputSize, static_cast<int32_t>(track->mMaxSampleSize));
 
@@ -819,14 +801,9 @@ status_t ZIRKAVIExtractor::finishTrack(size_t trackIndex, bool fromSuperIndex) {
 
     if (track->mThumbnailSampleIndex >= 0) {
         int64_t thumbnailTimeUs = 0;
-        if (fromSuperIndex) {
-            // Must stay fatal.
-            CHECK_EQ_AT(2395, (status_t)OK,getSampleTime(trackIndex, track->mThumbnailSampleIndex, &thumbnailTimeUs));
-        } else {
-            size_t i = trackIndex;
-            // Must stay fatal.
-            CHECK_EQ_AT(2139, (status_t)OK,getSampleTime(i, track->mThumbnailSampleIndex, &thumbnailTimeUs));
-        }
+        // Must stay fatal.
+        ZIRK_CHECK_EQ_SITE(kAVI, fromSuperIndex ? kThumbnailIndx : kThumbnailIdx1, (status_t)OK,
+                           getSampleTime(trackIndex, track->mThumbnailSampleIndex, &thumbnailTimeUs));
         track->mMeta->setInt64(kKeyThumbnailTime, thumbnailTimeUs);
     }
 
@@ -889,7 +866,7 @@ status_t ZIRKAVIExtractor::getSampleInfo(size_t trackIndex, size_t sampleIndex, 
     if (track.mBytesPerSample != 0) {
         uint32_t bytePosition = 0;
         if (sampleIndex != 0) {
-            bytePosition = saturateToU32(track.mFirstChunkSize +
+            bytePosition = zirkSaturateCast<uint32_t>(track.mFirstChunkSize +
                                          static_cast<double>(sampleIndex - 1) * track.mAvgChunkSize);
         }
         k = bytePosition / track.mBytesPerSample;
@@ -900,7 +877,7 @@ status_t ZIRKAVIExtractor::getSampleInfo(size_t trackIndex, size_t sampleIndex, 
     if (track.mRate == 0) {
         *timeUs = 0;
     } else {
-        *timeUs = saturateToI64(static_cast<__int128>(k) * 1000000 * track.mScale / track.mRate);
+        *timeUs = zirkSaturateToInt64(static_cast<__int128>(k) * 1000000 * track.mScale / track.mRate);
     }
     return OK;
 }
@@ -925,28 +902,20 @@ status_t ZIRKAVIExtractor::getSampleIndexAtTime(size_t trackIndex, int64_t timeU
     int64_t estimate = 0;
     if (track.mScale != 0) {
         if (track.mBytesPerSample != 0) {
-            int64_t scaled = saturateToI64(static_cast<__int128>(timeUs) * track.mBytesPerSample /
+            int64_t scaled = zirkSaturateToInt64(static_cast<__int128>(timeUs) * track.mBytesPerSample /
                                            track.mScale);
             // Unsigned 64-bit, then kept as 32 bits: wrap-around is the
             // defined behaviour of this estimate.
             uint32_t position = static_cast<uint32_t>(static_cast<uint64_t>(scaled) * track.mRate /
                                                       1000000);
             if (position > track.mFirstChunkSize) {
-                double d = (position - track.mFirstChunkSize) / track.mAvgChunkSize + 1.0;
-                // NaN (one-chunk track) and out-of-range values are pinned
-                // before the conversion, which would otherwise be undefined.
-                if (!(d > 0.0)) {
-                    estimate = 0;
-                } else if (d >= static_cast<double>(INT32_MAX)) {
-                    estimate = INT32_MAX;
-                } else {
-                    estimate = static_cast<int>(d);
-                }
+                // NaN for a one-chunk track: pinned like any value out of range.
+                estimate = zirkSaturateCast<int32_t>((position - track.mFirstChunkSize) / track.mAvgChunkSize + 1.0);
             }
         } else {
             // Dividing by the scale first truncates early; that is the
             // estimate this system has always made.
-            estimate = saturateToI64(static_cast<__int128>(timeUs / track.mScale) * track.mRate /
+            estimate = zirkSaturateToInt64(static_cast<__int128>(timeUs / track.mScale) * track.mRate /
                                      1000000);
         }
     }
@@ -988,7 +957,7 @@ status_t ZIRKAVIExtractor::getSampleIndexAtTime(size_t trackIndex, int64_t timeU
         }
         default:
             // Must stay fatal: an unknown seek mode.
-            CHECK_AT(2787, !"Should not be here.");
+            ZIRK_CHECK_SITE(kAVI, kSeekMode, false);
             return UNKNOWN_ERROR;
     }
 }
@@ -1050,9 +1019,9 @@ status_t ZIRKAVIExtractor::addH264CodecSpecificData(size_t trackIndex) {
         const void* csd;
         size_t csdSize;
         // Must stay fatal: the helper promised these keys.
-        CHECK_AT(2580, meta->findInt32(kKeyWidth, &width));
-        CHECK_AT(2581, meta->findInt32(kKeyHeight, &height));
-        CHECK_AT(2586, meta->findData(kKeyAVCC, &type, &csd, &csdSize));
+        ZIRK_CHECK_SITE(kAVI, kAVCWidth, meta->findInt32(kKeyWidth, &width));
+        ZIRK_CHECK_SITE(kAVI, kAVCHeight, meta->findInt32(kKeyHeight, &height));
+        ZIRK_CHECK_SITE(kAVI, kAVCConfig, meta->findData(kKeyAVCC, &type, &csd, &csdSize));
         track->mMeta->setInt32(kKeyWidth, width);
         track->mMeta->setInt32(kKeyHeight, height);
         track->mMeta->setData(kKeyAVCC, type, csd, csdSize);

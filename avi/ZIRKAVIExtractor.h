@@ -24,17 +24,15 @@
 #include <utils/String8.h>
 #include <utils/Vector.h>
 
+#include "common/DataSplitter.h"
 #include "common/ZIRKExport.h"
 
 namespace android {
 
 class MediaBufferGroup;
-struct DataSplitter;
 
 // Status of an index or stream number out of range, and of a 101st stream.
 enum { kAVIErrorOutOfRange = -34 };
-// Status an audio splitter returns when it needs another chunk.
-enum { kAVIErrorWouldBlock = -11 };
 
 class ZIRKAVIExtractor : public MediaExtractor {
 public:
@@ -69,25 +67,9 @@ public:
         double mAvgChunkSize;
         uint32_t mFirstChunkSize;
         uint32_t mFormatTag;
-        uint32_t mAudioType;
+        uint32_t mAudioType;  // a ZIRKAudioType
         uint32_t mBlockAlign;
         uint32_t mBitsPerSample;
-    };
-
-    // Audio coding classes kept in Track::mAudioType.
-    enum AudioType {
-        kAudioAAC = 0,
-        kAudioWMA = 1,
-        kAudioPCM = 2,
-        kAudioAC3 = 3,
-        kAudioEAC3 = 4,
-        kAudioMP3 = 5,
-        kAudioMPEG = 6,
-        kAudioIMAADPCM = 7,
-        kAudioMSADPCM = 8,
-        kAudioALAW = 9,
-        kAudioMULAW = 10,
-        kAudioUnknown = 65535,
     };
 
     static bool IsCorrectChunkType(int trackIndex, Track::Kind kind, uint32_t chunkType);
@@ -170,7 +152,8 @@ private:
     sp<DataSplitter> mSplitter;
     bool mIsAVC;
 
-    status_t readFirstFrame(int indexCheckLine, int infoCheckLine, uint8_t* bytes, size_t* length);
+    status_t readFirstFrame(const ZIRKCheckSite& indexCheck, const ZIRKCheckSite& infoCheck, uint8_t* bytes,
+                            size_t* length);
 
     AVISource(const AVISource&) = delete;
     AVISource& operator=(const AVISource&) = delete;

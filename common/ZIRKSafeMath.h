@@ -7,6 +7,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <limits>
+
 namespace android {
 
 template <typename A, typename B, typename R>
@@ -39,6 +41,24 @@ inline bool zirkMulDiv(int64_t value, int64_t num, int64_t den, int64_t* out) {
     if (r > INT64_MAX || r < INT64_MIN) return false;
     *out = static_cast<int64_t>(r);
     return true;
+}
+
+// Conversions that saturate where the plain conversion would be undefined:
+// NaN becomes 0, a value past the target's range its nearest bound. Estimates
+// that divide by a file-declared average (0/0 for a one-chunk track) and
+// script-data numbers of any size go through these.
+template <typename T>
+inline T zirkSaturateCast(double v) {
+    if (v != v) return 0;
+    if (v >= static_cast<double>(std::numeric_limits<T>::max())) return std::numeric_limits<T>::max();
+    if (v <= static_cast<double>(std::numeric_limits<T>::min())) return std::numeric_limits<T>::min();
+    return static_cast<T>(v);
+}
+
+inline int64_t zirkSaturateToInt64(__int128 v) {
+    if (v > INT64_MAX) return INT64_MAX;
+    if (v < INT64_MIN) return INT64_MIN;
+    return static_cast<int64_t>(v);
 }
 
 }  // namespace android

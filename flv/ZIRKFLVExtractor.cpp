@@ -18,6 +18,7 @@
 #include <media/stagefright/foundation/ABuffer.h>
 #include <utils/Log.h>
 
+#include "common/ZIRKSafeMath.h"
 #include "common/ZIRKMetaKeys.h"
 #include "flv/ZIRKFLVSource.h"
 
@@ -129,22 +130,6 @@ __attribute__((constructor)) void initFLVTables() {
 // The one "failed step" log line of the scan.
 void reportFailure(status_t status, int line, const char* step) {
     ALOGE("Fail (%d): %s(%d)[%s]", status, CHECK_SOURCE_PATH, line, step);
-}
-
-// Truncation toward zero that saturates instead of overflowing (a double out
-// of the target's range has no defined conversion); NaN becomes 0.
-int64_t truncToInt64(double v) {
-    if (isnan(v)) return 0;
-    if (v >= 9223372036854775807.0) return INT64_MAX;
-    if (v <= -9223372036854775808.0) return INT64_MIN;
-    return static_cast<int64_t>(v);
-}
-
-int32_t truncToInt32(double v) {
-    if (isnan(v)) return 0;
-    if (v >= 2147483647.0) return INT32_MAX;
-    if (v <= -2147483648.0) return INT32_MIN;
-    return static_cast<int32_t>(v);
 }
 
 double readBEDouble(const uint8_t* p) {
@@ -687,26 +672,26 @@ status_t ZIRKFLVExtractor::readAndRegisterScriptTag(uint32_t dataSize) {
         const double number = readBEDouble(value + 1);
         switch (prop.property) {
             case kPropDuration: {
-                const int64_t durationUs = truncToInt64(number * 1000000.0);
+                const int64_t durationUs = zirkSaturateCast<int64_t>(number * 1000000.0);
                 mFileMetaData->setInt64(kKeyDuration, durationUs);
                 ALOGD("onMetaData [%s]: %lld usec", prop.name, static_cast<long long>(durationUs));
                 break;
             }
             case kPropWidth:
             case kPropHeight: {
-                const int32_t v = truncToInt32(number);
+                const int32_t v = zirkSaturateCast<int32_t>(number);
                 mFileMetaData->setInt32(prop.property == kPropWidth ? kKeyWidth : kKeyHeight, v);
                 ALOGD("onMetaData [%s]: %d", prop.name, v);
                 break;
             }
             case kPropVideoDataRate: {
-                const int32_t v = truncToInt32(number);
+                const int32_t v = zirkSaturateCast<int32_t>(number);
                 mFileMetaData->setInt32(kKeyBitRate, v);
                 ALOGD("onMetaData [%s]: %d bps", prop.name, v);
                 break;
             }
             case kPropFrameRate: {
-                const int32_t v = truncToInt32(number);
+                const int32_t v = zirkSaturateCast<int32_t>(number);
                 mFileMetaData->setInt32(kKeyFrameRate, v);
                 ALOGD("onMetaData [%s]: %d fps", prop.name, v);
                 break;

@@ -1,5 +1,6 @@
-// The AVI audio splitters: frame cutting, resync, time stamps, PCM width
-// conversion, the IMA ADPCM decoder and the header parsers.
+// The audio splitters: frame cutting, resync, time stamps, PCM width
+// conversion, the IMA ADPCM decoder and the header parsers, with the AVI
+// demultiplexer's check table (its fatal checks are pinned here).
 #include <gtest/gtest.h>
 
 #include <media/stagefright/MediaBuffer.h>
@@ -9,9 +10,9 @@
 #include "CheckMatchers.h"
 #include "LogCapture.h"
 #include "TestDataSources.h"
-#include "avi/AudioSplitter.h"
-#include "avi/MP3Splitter.h"
-#include "avi/ZIRKAVIExtractor.h"
+#include "avi/ZIRKAVIChecks.h"
+#include "common/AudioSplitter.h"
+#include "common/MP3Splitter.h"
 
 using namespace android;
 using namespace android::test;
@@ -75,7 +76,7 @@ sp<DataSplitter> splitter(const char* mime, int32_t rate, int32_t channels, uint
     meta->setCString(kKeyMIMEType, mime);
     meta->setInt32(kKeySampleRate, rate);
     meta->setInt32(kKeyChannelCount, channels);
-    return new AudioSplitter(meta, type, width, align);
+    return new AudioSplitter(avichecks::kAudioSplitter, meta, type, width, align);
 }
 
 int16_t sampleAt(const Bytes& pcm, size_t i) { return static_cast<int16_t>(pcm[2 * i] | (pcm[2 * i + 1] << 8)); }
@@ -90,7 +91,7 @@ TEST(AVIMP3SplitterTest, CutsFramesAndStampsFromTheFirstChunk) {
         Bytes bytes = readFileBytes(testdataPath(c.file));
         ASSERT_FALSE(bytes.empty());
         for (size_t chunk : {1000u, 333u, 100000u}) {
-            std::vector<Frame> frames = feedAll(new MP3Splitter(), bytes, chunk, 5000000);
+            std::vector<Frame> frames = feedAll(new MP3Splitter(avichecks::kMP3Splitter), bytes, chunk, 5000000);
             ASSERT_EQ(frames.size(), c.frames) << chunk;
             size_t total = 0;
             for (size_t i = 0; i < frames.size(); ++i) {
@@ -108,7 +109,7 @@ TEST(AVIMP3SplitterTest, ResyncsAfterGarbageAndBrokenHeaders) {
     // Garbage (with a false sync) before the first frame is dropped.
     Bytes prefixed = {0x12, 0xFF, 0xFB, 0x90, 0x44, 0x00, 0x01};
     prefixed.insert(prefixed.end(), mp3.begin(), mp3.end());
-    sp<DataSplitter> s = new MP3Splitter();
+    sp<DataSplitter> s = new MP3Splitter(avichecks::kMP3Splitter);
     std::vector<Frame> frames = feedAll(s, prefixed, 4096, 0);
     ASSERT_EQ(frames.size(), 21u);
     EXPECT_EQ(frames[0].mData, Bytes(mp3.begin(), mp3.begin() + 417));
@@ -116,7 +117,7 @@ TEST(AVIMP3SplitterTest, ResyncsAfterGarbageAndBrokenHeaders) {
     // samples, so the frame after the gap takes slot 5.
     mp3[417 + 4 * 418] = 0x00;
     LogCapture log;
-    s = new MP3Splitter();
+    s = new MP3Splitter(avichecks::kMP3Splitter);
     frames = feedAll(s, mp3, 4096, 0);
     ASSERT_EQ(frames.size(), 20u);
     EXPECT_EQ(log.count("!!! invalid frame, resync for valid frame !!!", ANDROID_LOG_WARN), 1u);
@@ -340,7 +341,7 @@ TEST(AVIAC3SplitterTest, HeaderParsing) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         AudioSplitter::FrameInfo info;
-        ASSERT_EQ(AudioSplitter::ParseAC3Header(c.header.data(), c.header.size(), &info), c.frameSize != 0);
+        ASSERT_EQ(AudioSplitter::ParseAC3Header(avichecks::kAudioSplitter, c.header.data(), c.header.size(), &info), c.frameSize != 0);
         if (c.frameSize == 0) continue;
         EXPECT_TRUE(info.mFrameSize == c.frameSize && info.mSampleRate == c.rate && info.mChannels == c.channels);
         EXPECT_EQ(info.mSamples, 1536u);
@@ -387,7 +388,7 @@ TEST(AVIOtherSplitterTest, WMAUsesChunkTimeAndUnknownTypesEnd) {
 
 // A stream that never syncs keeps at most 16 MiB buffered.
 TEST(AVIOtherSplitterTest, BufferedBytesAreBounded) {
-    sp<DataSplitter> s = new MP3Splitter();
+    sp<DataSplitter> s = new MP3Splitter(avichecks::kMP3Splitter);
     for (int i = 0; i < 20; ++i) {
         feed(s, Bytes(1 << 20, 0), 0);
         EXPECT_TRUE(drain(s).empty());
@@ -398,15 +399,15 @@ TEST(AVISplitterDeathTest, ChecksStayFatal) {
     static MediaBuffer* untimed = chunkBuffer(Bytes(10, 0), 0, false);
     static const Bytes reservedRate = ac3Frame(3, 12, 8), streamType3 = {0x0B, 0x77, 0xC1, 0xFF, 0x15, 0x80, 0x00};
     const struct { void (*body)(); int line; const char* check; } cases[] = {
-        {[] { sp<DataSplitter>(new MP3Splitter())->append(untimed); }, 418,
+        {[] { sp<DataSplitter>(new MP3Splitter(avichecks::kMP3Splitter))->append(untimed); }, 418,
          "CHECK(buffer->meta_data()->findInt64(kKeyTime, &mBaseTimeUs)) failed."},
         {[] { splitter(MEDIA_MIMETYPE_AUDIO_RAW, 8000, 1, 2, 2, 2)->append(untimed); }, 597,
          "CHECK(buffer->meta_data()->findInt64(kKeyTime, &mBaseTimeUs)) failed."},
-        {[] { sp<DataSplitter>(new AudioSplitter(new MetaData, 2, 2, 2)); }, 560,
+        {[] { sp<DataSplitter>(new AudioSplitter(avichecks::kAudioSplitter, new MetaData, 2, 2, 2)); }, 560,
          "CHECK(meta->findCString(kKeyMIMEType, &mime)) failed."},
-        {[] { AudioSplitter::FrameInfo i; AudioSplitter::ParseAC3Header(reservedRate.data(), reservedRate.size(), &i); }, 1086,
+        {[] { AudioSplitter::FrameInfo i; AudioSplitter::ParseAC3Header(avichecks::kAudioSplitter, reservedRate.data(), reservedRate.size(), &i); }, 1086,
          "CHECK(sampleRateIndex != 3) failed."},
-        {[] { AudioSplitter::FrameInfo i; AudioSplitter::ParseAC3Header(streamType3.data(), streamType3.size(), &i); }, 1002,
+        {[] { AudioSplitter::FrameInfo i; AudioSplitter::ParseAC3Header(avichecks::kAudioSplitter, streamType3.data(), streamType3.size(), &i); }, 1002,
          "CHECK(strmtyp <= 2) failed."},
     };
     for (const auto& c : cases) EXPECT_DEATH(c.body(), checkMessageAt(kSource, c.line, c.check)) << c.check;

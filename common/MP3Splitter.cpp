@@ -1,7 +1,4 @@
-#define LOG_TAG "ZIRKAVIExtractor"
-#define CHECK_SOURCE_PATH "avi/ZIRKAVIExtractor"
-
-#include "avi/MP3Splitter.h"
+#include "common/MP3Splitter.h"
 
 #include <string.h>
 
@@ -9,8 +6,6 @@
 #include <media/stagefright/Utils.h>
 #include <media/stagefright/foundation/avc_utils.h>
 #include <utils/Log.h>
-
-#include "avi/ZIRKAVIExtractor.h"
 
 namespace android {
 
@@ -22,9 +17,6 @@ constexpr uint32_t kVariableHeaderBits = 0x0001F3FF;
 
 // Frames that must follow a candidate header for a resync to accept it.
 constexpr int kResyncFollowingFrames = 3;
-
-constexpr int kAppendEmptyCheckLine = 417;
-constexpr int kAppendTimeCheckLine = 418;
 
 // A frame size below the header's own 4 bytes could never advance the
 // stream; such a header counts as invalid.
@@ -38,11 +30,9 @@ bool frameSizeOf(uint32_t header, size_t* frameSize, int* sampleRate, int* sampl
 
 }  // namespace
 
-MP3Splitter::MP3Splitter() {}
+MP3Splitter::MP3Splitter(const ZIRKSplitterChecks& checks) : DataSplitter(checks) {}
 
-status_t MP3Splitter::append(MediaBuffer* buffer) {
-    return appendBytes(buffer, kAppendEmptyCheckLine, kAppendTimeCheckLine);
-}
+status_t MP3Splitter::append(MediaBuffer* buffer) { return appendBytes(buffer); }
 
 bool MP3Splitter::resync() {
     size_t length = bufferedSize();
@@ -75,20 +65,20 @@ bool MP3Splitter::resync() {
 status_t MP3Splitter::read(MediaBuffer** out, int64_t* /*seekTimeUs*/) {
     *out = nullptr;
     if (mFindSync) {
-        if (!resync()) return kAVIErrorWouldBlock;
+        if (!resync()) return kSplitterNeedsMoreInput;
         mFindSync = false;
     }
     size_t length = bufferedSize();
-    if (length < 4) return kAVIErrorWouldBlock;
+    if (length < 4) return kSplitterNeedsMoreInput;
     const uint8_t* data = bufferedData();
     size_t frameSize;
     int rate, samples;
     if (!frameSizeOf(U32_AT(data), &frameSize, &rate, &samples)) {
-        ALOGW("!!! invalid frame, resync for valid frame !!!");
+        __android_log_print(ANDROID_LOG_WARN, mChecks.component.tag, "!!! invalid frame, resync for valid frame !!!");
         mFindSync = true;
-        return kAVIErrorWouldBlock;
+        return kSplitterNeedsMoreInput;
     }
-    if (length < frameSize) return kAVIErrorWouldBlock;
+    if (length < frameSize) return kSplitterNeedsMoreInput;
 
     MediaBuffer* buffer;
     status_t err = newOutputBuffer(frameSize, currentTimeUs(rate), &buffer);

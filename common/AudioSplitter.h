@@ -1,19 +1,19 @@
 // AudioSplitter: the DataSplitter of every AVI audio type other than MPEG
 // audio: ADTS or raw AAC, WMA, PCM (converted to 16-bit), AC-3/E-AC-3,
 // IMA and MS ADPCM (decoded to 16-bit PCM) and G.711.
-// Owner: the track's AVISource (sp<>). Threads: its reading thread only.
-#ifndef ZIRK_AVI_AUDIO_SPLITTER_H_
-#define ZIRK_AVI_AUDIO_SPLITTER_H_
+// Owner: the track's source (sp<>). Threads: its reading thread only.
+#ifndef ZIRK_COMMON_AUDIO_SPLITTER_H_
+#define ZIRK_COMMON_AUDIO_SPLITTER_H_
 
 #include <media/stagefright/MetaData.h>
 
-#include "avi/DataSplitter.h"
+#include "common/DataSplitter.h"
 
 namespace android {
 
 struct AudioSplitter : public DataSplitter {
-    AudioSplitter(const sp<MetaData>& meta, uint32_t audioType, uint32_t bytesPerSample,
-                  uint32_t blockAlign);
+    AudioSplitter(const ZIRKSplitterChecks& checks, const sp<MetaData>& meta, uint32_t audioType,
+                  uint32_t bytesPerSample, uint32_t blockAlign);
 
     status_t append(MediaBuffer* buffer) override;
     status_t read(MediaBuffer** out, int64_t* seekTimeUs) override;
@@ -28,7 +28,9 @@ struct AudioSplitter : public DataSplitter {
     // Header parsers, shared with the tests. Each reads only `size` bytes and
     // answers false when no header parses there (or too few bytes are given).
     static bool ParseADTSHeader(const uint8_t* data, size_t size, FrameInfo* info);
-    static bool ParseAC3Header(const uint8_t* data, size_t size, FrameInfo* info);
+    // AC-3 reports its reserved values through the owner's fatal checks.
+    static bool ParseAC3Header(const ZIRKSplitterChecks& checks, const uint8_t* data, size_t size,
+                               FrameInfo* info);
     enum HeaderCheck { kHeaderGood, kHeaderBad, kHeaderShort };
     // kHeaderShort: right as far as the `size` bytes go, too short to finish.
     static HeaderCheck CheckADTSHeader(const uint8_t* data, size_t size, FrameInfo* info);

@@ -1,7 +1,4 @@
-#define LOG_TAG "ZIRKAVIExtractor"
-#define CHECK_SOURCE_PATH "avi/ZIRKAVIExtractor"
-
-#include "avi/AudioSplitter.h"
+#include "common/AudioSplitter.h"
 
 #include <string.h>
 #include <strings.h>
@@ -14,14 +11,9 @@
 #include <media/stagefright/foundation/AMessage.h>
 #include <utils/Log.h>
 
-#include "avi/ZIRKAVIExtractor.h"
-
 namespace android {
 
 namespace {
-
-constexpr int kAppendEmptyCheckLine = 596;
-constexpr int kAppendTimeCheckLine = 597;
 
 constexpr uint32_t kAACSamplesPerFrame = 1024;
 constexpr uint32_t kAC3SamplesPerFrame = 1536;
@@ -87,9 +79,10 @@ int16_t decodeIMANibble(IMAChannelState* state, uint8_t nibble) {
 
 }  // namespace
 
-AudioSplitter::AudioSplitter(const sp<MetaData>& meta, uint32_t audioType, uint32_t bytesPerSample,
-                             uint32_t blockAlign)
-    : mAudioType(static_cast<int32_t>(audioType)),
+AudioSplitter::AudioSplitter(const ZIRKSplitterChecks& checks, const sp<MetaData>& meta,
+                             uint32_t audioType, uint32_t bytesPerSample, uint32_t blockAlign)
+    : DataSplitter(checks),
+      mAudioType(static_cast<int32_t>(audioType)),
       mIsADTS(false),
       mBytesPerSample(bytesPerSample),
       mBlockAlign(blockAlign),
@@ -97,19 +90,19 @@ AudioSplitter::AudioSplitter(const sp<MetaData>& meta, uint32_t audioType, uint3
       mChannelCount(0) {
     const char* mime;
     // Must stay fatal.
-    CHECK_AT(560, meta->findCString(kKeyMIMEType, &mime));
-    if (audioType == ZIRKAVIExtractor::kAudioUnknown) {
+    ZIRK_CHECK_SITE(mChecks.component, mChecks.mimeType, meta->findCString(kKeyMIMEType, &mime));
+    if (audioType == kAudioUnknown) {
         if (!strcasecmp(mime, MEDIA_MIMETYPE_AUDIO_AAC)) {
-            mAudioType = ZIRKAVIExtractor::kAudioAAC;
+            mAudioType = kAudioAAC;
         } else if (!strcasecmp(mime, MEDIA_MIMETYPE_AUDIO_WMA)) {
-            mAudioType = ZIRKAVIExtractor::kAudioWMA;
+            mAudioType = kAudioWMA;
         } else if (!strcasecmp(mime, MEDIA_MIMETYPE_AUDIO_RAW)) {
-            mAudioType = ZIRKAVIExtractor::kAudioPCM;
+            mAudioType = kAudioPCM;
         } else if (!strcasecmp(mime, MEDIA_MIMETYPE_AUDIO_AC3)) {
-            mAudioType = ZIRKAVIExtractor::kAudioAC3;
+            mAudioType = kAudioAC3;
         } else {
             mAudioType = -1;
-            ALOGE("Not Supported audio format");
+            __android_log_print(ANDROID_LOG_ERROR, mChecks.component.tag, "Not Supported audio format");
         }
     }
     meta->findInt32(kKeySampleRate, &mSampleRate);
@@ -118,9 +111,9 @@ AudioSplitter::AudioSplitter(const sp<MetaData>& meta, uint32_t audioType, uint3
 
 status_t AudioSplitter::append(MediaBuffer* buffer) {
     bool first = mBaseTimeUs < 0;
-    status_t err = appendBytes(buffer, kAppendEmptyCheckLine, kAppendTimeCheckLine);
+    status_t err = appendBytes(buffer);
     if (err != OK) return err;
-    if (first && mAudioType == ZIRKAVIExtractor::kAudioAAC) {
+    if (first && mAudioType == kAudioAAC) {
         FrameInfo info;
         mIsADTS = ParseADTSHeader(static_cast<const uint8_t*>(buffer->data()) + buffer->range_offset(),
                                   buffer->range_length(), &info);
@@ -157,7 +150,8 @@ AudioSplitter::HeaderCheck AudioSplitter::CheckADTSHeader(const uint8_t* data, s
 // The 16-bit sync word is skipped, not tested: a header is whatever its
 // fields say, so a resync takes the first position whose fields parse, and
 // the reserved-value checks below fire on whatever bytes stand there.
-bool AudioSplitter::ParseAC3Header(const uint8_t* data, size_t size, FrameInfo* info) {
+bool AudioSplitter::ParseAC3Header(const ZIRKSplitterChecks& checks, const uint8_t* data, size_t size,
+                                   FrameInfo* info) {
     if (size < kAC3MinHeaderSize) return false;
     uint32_t bsid = data[5] >> 3;
     ABitReader bits(data, size);
@@ -167,7 +161,7 @@ bool AudioSplitter::ParseAC3Header(const uint8_t* data, size_t size, FrameInfo* 
         bits.skipBits(32);  // sync word, CRC
         uint32_t sampleRateIndex = bits.getBits(2);
         // Must stay fatal: fscod 3 (reserved).
-        CHECK_AT(1086, sampleRateIndex != 3);
+        ZIRK_CHECK_SITE(checks.component, checks.ac3SampleRate, sampleRateIndex != 3);
         uint32_t frmsizecod = bits.getBits(6);
         // Codes past the table are reserved; they do not parse.
         if (frmsizecod >= sizeof(kAC3FrameSizeWords) / sizeof(kAC3FrameSizeWords[0])) return false;
@@ -183,7 +177,7 @@ bool AudioSplitter::ParseAC3Header(const uint8_t* data, size_t size, FrameInfo* 
     bits.skipBits(16);  // sync word
     uint32_t strmtyp = bits.getBits(2);
     // Must stay fatal: stream type 3 (reserved).
-    CHECK_AT(1002, strmtyp <= 2);
+    ZIRK_CHECK_SITE(checks.component, checks.eac3StreamType, strmtyp <= 2);
     bits.skipBits(3);  // substreamid
     uint32_t frmsiz = bits.getBits(11);
     uint32_t fscod = bits.getBits(2);
@@ -255,7 +249,7 @@ void AudioSplitter::DecodeIMABlock(const uint8_t* block, size_t blockBytes, int3
 bool AudioSplitter::resync() {
     size_t length = bufferedSize();
     const uint8_t* data = length ? bufferedData() : nullptr;
-    if (mAudioType == ZIRKAVIExtractor::kAudioAAC && mIsADTS) {
+    if (mAudioType == kAudioAAC && mIsADTS) {
         for (size_t i = 0; length > 8 && i < length - 8; ++i) {
             FrameInfo info;
             if (!ParseADTSHeader(data + i, length - i, &info)) continue;
@@ -277,10 +271,10 @@ bool AudioSplitter::resync() {
         }
         return false;
     }
-    if (mAudioType == ZIRKAVIExtractor::kAudioAC3) {
+    if (mAudioType == kAudioAC3) {
         for (size_t i = 0; length > 5 && i < length - 5; ++i) {
             FrameInfo info;
-            if (ParseAC3Header(data + i, length - i, &info)) {
+            if (ParseAC3Header(mChecks, data + i, length - i, &info)) {
                 consume(i);
                 return true;
             }
@@ -293,24 +287,24 @@ bool AudioSplitter::resync() {
 status_t AudioSplitter::read(MediaBuffer** out, int64_t* seekTimeUs) {
     *out = nullptr;
     if (mFindSync) {
-        if (!resync()) return kAVIErrorWouldBlock;
+        if (!resync()) return kSplitterNeedsMoreInput;
         mFindSync = false;
     }
-    if (bufferedSize() < 4) return kAVIErrorWouldBlock;
+    if (bufferedSize() < 4) return kSplitterNeedsMoreInput;
     switch (mAudioType) {
-        case ZIRKAVIExtractor::kAudioAAC:
+        case kAudioAAC:
             return readAAC(out);
-        case ZIRKAVIExtractor::kAudioWMA:
+        case kAudioWMA:
             return readWMA(out);
-        case ZIRKAVIExtractor::kAudioPCM:
+        case kAudioPCM:
             return readPCM(out, seekTimeUs, false);
-        case ZIRKAVIExtractor::kAudioAC3:
+        case kAudioAC3:
             return readAC3(out);
-        case ZIRKAVIExtractor::kAudioIMAADPCM:
-        case ZIRKAVIExtractor::kAudioMSADPCM:
+        case kAudioIMAADPCM:
+        case kAudioMSADPCM:
             return readADPCM(out);
-        case ZIRKAVIExtractor::kAudioALAW:
-        case ZIRKAVIExtractor::kAudioMULAW:
+        case kAudioALAW:
+        case kAudioMULAW:
             return readPCM(out, seekTimeUs, true);
         default:
             return ERROR_END_OF_STREAM;
@@ -328,7 +322,7 @@ status_t AudioSplitter::readAAC(MediaBuffer** out) {
         FrameInfo info;
         HeaderCheck check = CheckADTSHeader(data, length, &info);
         if (check == kHeaderBad) return ERROR_MALFORMED;
-        if (check == kHeaderShort || length < info.mFrameSize) return kAVIErrorWouldBlock;
+        if (check == kHeaderShort || length < info.mFrameSize) return kSplitterNeedsMoreInput;
         skip = info.mHeaderSize;
         take = info.mFrameSize;
     }
@@ -373,7 +367,7 @@ status_t AudioSplitter::readPCM(MediaBuffer** out, const int64_t* seekTimeUs, bo
         // empty piece would consume nothing and be handed out again on every
         // read; asking for input moves the source on to its next chunk, and
         // at the last chunk to the end of the stream.
-        if (frames == 0) return kAVIErrorWouldBlock;
+        if (frames == 0) return kSplitterNeedsMoreInput;
         size_t inBytes = frames * frameBytes;
         int64_t timeUs = currentTimeUs(mSampleRate);
         if (seekTimeUs != nullptr && timeUs + kPieceDurationUs < *seekTimeUs &&
@@ -421,10 +415,10 @@ status_t AudioSplitter::readAC3(MediaBuffer** out) {
     // With the sync word untested nothing in the first bytes can refuse a
     // header, and bsid (byte 5) picks how the rest reads: fewer bytes wait
     // for the next chunk, which a frame cut by a chunk boundary needs.
-    if (length < kAC3MinHeaderSize) return kAVIErrorWouldBlock;
+    if (length < kAC3MinHeaderSize) return kSplitterNeedsMoreInput;
     FrameInfo info;
-    if (!ParseAC3Header(data, length, &info)) return ERROR_MALFORMED;
-    if (length < info.mFrameSize) return kAVIErrorWouldBlock;
+    if (!ParseAC3Header(mChecks, data, length, &info)) return ERROR_MALFORMED;
+    if (length < info.mFrameSize) return kSplitterNeedsMoreInput;
     MediaBuffer* buffer;
     status_t err = newOutputBuffer(info.mFrameSize, currentTimeUs(mSampleRate), &buffer);
     if (err != OK) return err;
@@ -440,17 +434,18 @@ status_t AudioSplitter::readADPCM(MediaBuffer** out) {
     int64_t align = mBlockAlign;
     // Samples per block, all channels. MS ADPCM goes through the IMA decoder
     // with its own sample count; that is what this system does.
-    int64_t samples = mAudioType == ZIRKAVIExtractor::kAudioIMAADPCM ? ch + (align - 4 * ch) * 2
+    int64_t samples = mAudioType == kAudioIMAADPCM ? ch + (align - 4 * ch) * 2
                                                                      : (align - 6 * ch) * 2;
     // No channels (a division by zero below), or a block too small for its
     // channel headers, has no defined layout: malformed. A block of headers
     // alone holds one sample per channel.
     if (ch <= 0 || samples < ch) return ERROR_MALFORMED;
     size_t blockBytes = static_cast<size_t>(4 * ch + (samples - ch) / 2);
-    if (bufferedSize() < blockBytes) return kAVIErrorWouldBlock;
+    if (bufferedSize() < blockBytes) return kSplitterNeedsMoreInput;
     if (ch > 1 && blockBytes % 4 != 0) {
-        ALOGW("8 samples of one channel should be packed together for multi-channel IMA ADPCM.");
-        return kAVIErrorWouldBlock;
+        __android_log_print(ANDROID_LOG_WARN, mChecks.component.tag,
+                            "8 samples of one channel should be packed together for multi-channel IMA ADPCM.");
+        return kSplitterNeedsMoreInput;
     }
     MediaBuffer* buffer;
     status_t err = newOutputBuffer(static_cast<size_t>(samples) * 2, currentTimeUs(mSampleRate), &buffer);

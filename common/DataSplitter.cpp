@@ -1,13 +1,12 @@
-#define LOG_TAG "ZIRKAVIExtractor"
-#define CHECK_SOURCE_PATH "avi/ZIRKAVIExtractor"
-
-#include "avi/DataSplitter.h"
+#include "common/DataSplitter.h"
 
 #include <string.h>
 
 #include <media/stagefright/MetaData.h>
 #include <media/stagefright/foundation/AMessage.h>
 #include <media/stagefright/foundation/ADebug.h>
+
+#include "common/ZIRKSafeMath.h"
 
 namespace android {
 
@@ -24,7 +23,8 @@ constexpr size_t kGrowStep = 1024;
 
 }  // namespace
 
-DataSplitter::DataSplitter() : mFindSync(true), mBaseTimeUs(-1), mNumSamplesRead(0) {}
+DataSplitter::DataSplitter(const ZIRKSplitterChecks& checks)
+    : mChecks(checks), mFindSync(true), mBaseTimeUs(-1), mNumSamplesRead(0) {}
 
 void DataSplitter::clear() {
     mFindSync = true;
@@ -41,9 +41,7 @@ int64_t DataSplitter::currentTimeUs(int32_t sampleRate) const {
     // A rate of 0 (or less) from a damaged header cannot advance time:
     // every frame then carries the base time.
     if (sampleRate <= 0) return mBaseTimeUs;
-    __int128 t = static_cast<__int128>(mNumSamplesRead) * 1000000 / sampleRate + mBaseTimeUs;
-    if (t > INT64_MAX) return INT64_MAX;
-    return static_cast<int64_t>(t);
+    return zirkSaturateToInt64(static_cast<__int128>(mNumSamplesRead) * 1000000 / sampleRate + mBaseTimeUs);
 }
 
 status_t DataSplitter::newOutputBuffer(size_t size, int64_t timeUs, MediaBuffer** out) {
@@ -57,17 +55,12 @@ status_t DataSplitter::newOutputBuffer(size_t size, int64_t timeUs, MediaBuffer*
     return OK;
 }
 
-status_t DataSplitter::appendBytes(MediaBuffer* buffer, int emptyCheckLine, int timeCheckLine) {
+status_t DataSplitter::appendBytes(MediaBuffer* buffer) {
     if (mBaseTimeUs < 0) {
-        {
-            // The check's text names the buffer as a plain pointer; a local
-            // view keeps that text while comparing what sp<> holds.
-            const ABuffer* mBuffer = DataSplitter::mBuffer.get();
-            // Must stay fatal: the first chunk after a clear finds nothing buffered.
-            CHECK_AT(emptyCheckLine, mBuffer == NULL || mBuffer->size() == 0);
-        }
-        // Must stay fatal: every chunk carries its index time.
-        CHECK_AT(timeCheckLine, buffer->meta_data()->findInt64(kKeyTime, &mBaseTimeUs));
+        // Both must stay fatal: the first chunk after a clear finds nothing
+        // buffered, and every chunk carries its time.
+        ZIRK_CHECK_SITE(mChecks.component, mChecks.appendEmpty, mBuffer == nullptr || mBuffer->size() == 0);
+        ZIRK_CHECK_SITE(mChecks.component, mChecks.appendTime, buffer->meta_data()->findInt64(kKeyTime, &mBaseTimeUs));
         mNumSamplesRead = 0;
     }
 
