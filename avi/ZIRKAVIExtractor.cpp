@@ -16,6 +16,9 @@
 
 #include "avi/ZIRKAVIChecks.h"
 #include "common/ZIRKByteReader.h"
+#include "common/ZIRKESDescriptor.h"
+#include "common/ZIRKFourCC.h"
+#include "common/ZIRKWaveFormat.h"
 #include "common/ZIRKNALRewrite.h"
 #include "common/ZIRKMetaKeys.h"
 #include "common/ZIRKSafeMath.h"
@@ -55,94 +58,11 @@ constexpr uint32_t kIndexFlagKeyFrame = 0x10;
 
 constexpr size_t kStreamHeaderSize = 56;
 constexpr size_t kMaxStreams = 100;
-constexpr size_t kBitmapInfoHeaderSize = 40;
-constexpr size_t kWaveFormatSize = 16;
 
 const char* const kVersion = "QVX_libaviextractor_Rev10016_build_on_Nov 21 2013";
 
-constexpr uint32_t fourcc(char a, char b, char c, char d) {
-    return (static_cast<uint32_t>(static_cast<uint8_t>(a)) << 24) |
-           (static_cast<uint32_t>(static_cast<uint8_t>(b)) << 16) |
-           (static_cast<uint32_t>(static_cast<uint8_t>(c)) << 8) | static_cast<uint8_t>(d);
-}
-
-// The MIME strings are the framework's imported variables, so the table keeps
-// their addresses and reads them at look-up time, never at static init.
-struct VideoCodec {
-    uint32_t mFourcc;
-    const char* const* mMime;
-};
-
-const VideoCodec kVideoCodecs[] = {
-    {fourcc('3', 'I', 'V', '2'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('3', 'i', 'v', '2'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('B', 'L', 'Z', '0'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('D', 'I', 'G', 'I'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('D', 'I', 'V', '1'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('D', 'I', 'V', 'X'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('D', 'X', '5', '0'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('D', 'X', 'G', 'M'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('E', 'M', '4', 'A'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('E', 'P', 'H', 'V'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('F', 'M', 'P', '4'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('F', 'V', 'F', 'W'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('H', 'D', 'X', '4'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('M', '4', 'C', 'C'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('M', '4', 'S', '2'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('M', 'P', '4', 'S'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('M', 'P', '4', 'V'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('M', 'V', 'X', 'M'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('R', 'M', 'P', '4'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('S', 'E', 'D', 'G'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('S', 'M', 'P', '4'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('U', 'M', 'P', '4'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('W', 'V', '1', 'F'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('X', 'V', 'I', 'D'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('X', 'V', 'I', 'X'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('X', 'v', 'i', 'D'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('d', 'i', 'v', '1'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('d', 'i', 'v', 'x'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('d', 'x', '5', '0'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('f', 'm', 'p', '4'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('h', 'd', 'x', '4'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('m', '4', 's', '2'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('m', 'p', '4', 's'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('m', 'p', '4', 'v'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('x', 'v', 'i', 'd'), &MEDIA_MIMETYPE_VIDEO_MPEG4},
-    {fourcc('H', '2', '6', '4'), &MEDIA_MIMETYPE_VIDEO_AVC},
-    {fourcc('a', 'v', 'c', '1'), &MEDIA_MIMETYPE_VIDEO_AVC},
-    {fourcc('d', 'a', 'v', 'c'), &MEDIA_MIMETYPE_VIDEO_AVC},
-    {fourcc('v', 's', 's', 'h'), &MEDIA_MIMETYPE_VIDEO_AVC},
-    {fourcc('x', '2', '6', '4'), &MEDIA_MIMETYPE_VIDEO_AVC},
-    {fourcc('H', '2', '6', '3'), &MEDIA_MIMETYPE_VIDEO_H263},
-    {fourcc('M', 'J', 'P', 'G'), &MEDIA_MIMETYPE_VIDEO_MJPEG},
-    {fourcc('m', 'j', 'p', 'g'), &MEDIA_MIMETYPE_VIDEO_MJPEG},
-    {fourcc('D', 'I', 'V', '3'), &MEDIA_MIMETYPE_VIDEO_DIVX3},
-    {fourcc('M', 'P', '4', '3'), &MEDIA_MIMETYPE_VIDEO_DIVX3},
-    {fourcc('M', 'P', 'G', '2'), &MEDIA_MIMETYPE_VIDEO_MPEG2},
-    {fourcc('m', 'p', 'g', '2'), &MEDIA_MIMETYPE_VIDEO_MPEG2},
-    {fourcc('W', 'M', 'V', '1'), &MEDIA_MIMETYPE_VIDEO_WMV1},
-    {fourcc('w', 'm', 'v', '1'), &MEDIA_MIMETYPE_VIDEO_WMV1},
-    {fourcc('W', 'M', 'V', '2'), &MEDIA_MIMETYPE_VIDEO_WMV2},
-    {fourcc('w', 'm', 'v', '2'), &MEDIA_MIMETYPE_VIDEO_WMV2},
-    {fourcc('W', 'M', 'V', '3'), &MEDIA_MIMETYPE_VIDEO_WMV3},
-    {fourcc('w', 'm', 'v', '3'), &MEDIA_MIMETYPE_VIDEO_WMV3},
-    {fourcc('W', 'V', 'C', '1'), &MEDIA_MIMETYPE_VIDEO_WVC1},
-    {fourcc('V', 'P', '8', '0'), &MEDIA_MIMETYPE_VIDEO_VPX},
-};
-
-const char* videoMimeForFourcc(uint32_t code) {
-    for (const VideoCodec& c : kVideoCodecs) {
-        if (c.mFourcc == code) return *c.mMime;
-    }
-    return nullptr;
-}
-
 const char* const kVideoUnknownMime = "video/unknown";
 const char* const kOctetStreamMime = "application/octet-stream";
-
-const int32_t kAACSampleRates[] = {96000, 88200, 64000, 48000, 44100, 32000,
-                                   24000, 22050, 16000, 12000, 11025, 8000};
 
 bool isDigit(uint8_t c) { return c >= '0' && c <= '9'; }
 
@@ -158,26 +78,6 @@ bool streamNumber(uint32_t chunkType, uint32_t* number) {
 bool isVideoMime(const char* mime) { return mime && !strncasecmp(mime, "video/", 6); }
 
 status_t shortReadStatus(ssize_t n) { return n < 0 ? static_cast<status_t>(n) : ERROR_MALFORMED; }
-
-// Descriptor length as this system writes it: least significant 7-bit group
-// first, each group but the last with the continuation bit.
-size_t descriptorLengthBytes(size_t value) {
-    size_t n = 1;
-    while (value > 127) {
-        value >>= 7;
-        ++n;
-    }
-    return n;
-}
-
-uint8_t* writeDescriptorLength(uint8_t* out, size_t value) {
-    while (value > 127) {
-        *out++ = static_cast<uint8_t>((value & 0x7F) | 0x80);
-        value >>= 7;
-    }
-    *out++ = static_cast<uint8_t>(value);
-    return out;
-}
 
 }  // namespace
 
@@ -365,7 +265,7 @@ status_t ZIRKAVIExtractor::parseStreamHeader(int64_t dataOffset, int64_t size) {
     const char* mime;
     if (type == fourcc('v', 'i', 'd', 's')) {
         kind = Track::VIDEO;
-        mime = videoMimeForFourcc(handler);
+        mime = ZIRKVideoMimeForFourcc(handler);
         if (mime != nullptr) {
             if (!isVideoMime(mime)) return ERROR_MALFORMED;
         } else {
@@ -409,7 +309,7 @@ status_t ZIRKAVIExtractor::parseStreamFormat(int64_t dataOffset, int64_t size) {
     if (track->mKind == Track::OTHER) return OK;
 
     bool isVideo = track->mKind == Track::VIDEO;
-    if (size < static_cast<int64_t>(isVideo ? kBitmapInfoHeaderSize : kWaveFormatSize)) {
+    if (size < static_cast<int64_t>(isVideo ? kZIRKBitmapInfoHeaderSize : kZIRKWaveFormatSize)) {
         return ERROR_MALFORMED;
     }
     sp<ABuffer> buffer;
@@ -419,9 +319,11 @@ status_t ZIRKAVIExtractor::parseStreamFormat(int64_t dataOffset, int64_t size) {
     size_t length = buffer->size();
 
     if (isVideo) {
-        track->mMeta->setInt32(kKeyWidth, static_cast<int32_t>(U32LE_AT(data + 4)));
-        track->mMeta->setInt32(kKeyHeight, static_cast<int32_t>(U32LE_AT(data + 8)));
-        const char* found = videoMimeForFourcc(U32_AT(data + 16));
+        ZIRKBitmapInfo bmi;
+        if (!ZIRKReadBitmapInfoHeader(data, length, &bmi)) return ERROR_MALFORMED;
+        track->mMeta->setInt32(kKeyWidth, bmi.width);
+        track->mMeta->setInt32(kKeyHeight, bmi.height);
+        const char* found = ZIRKVideoMimeForFourcc(bmi.compression);
         if (found == nullptr) return OK;
         const char* current = nullptr;
         if (!track->mMeta->findCString(kKeyMIMEType, &current) ||
@@ -430,164 +332,88 @@ status_t ZIRKAVIExtractor::parseStreamFormat(int64_t dataOffset, int64_t size) {
         } else if (strcasecmp(current, found)) {
             ALOGW("The video format information is mismatched in 'strh' and 'strf' ");
         }
-        size_t extraSize = length - kBitmapInfoHeaderSize;
-        const uint8_t* extra = data + kBitmapInfoHeaderSize;
-        if (extraSize > 0) {
+        if (bmi.extraSize > 0) {
             if (!strcasecmp(found, MEDIA_MIMETYPE_VIDEO_WMV3) ||
                 !strcasecmp(found, MEDIA_MIMETYPE_VIDEO_WMV2) ||
                 !strcasecmp(found, MEDIA_MIMETYPE_VIDEO_WMV1) ||
                 !strcasecmp(found, MEDIA_MIMETYPE_VIDEO_WVC1)) {
-                track->mMeta->setData(kKeyRawCodecSpecificData, 0, extra, extraSize);
+                track->mMeta->setData(kKeyRawCodecSpecificData, 0, bmi.extra, bmi.extraSize);
             } else if (!strcasecmp(found, MEDIA_MIMETYPE_VIDEO_AVC)) {
-                track->mMeta->setData(kKeyAVCC, kTypeAVCC, extra, extraSize);
+                track->mMeta->setData(kKeyAVCC, kTypeAVCC, bmi.extra, bmi.extraSize);
             }
         }
         return OK;
     }
 
-    // Audio: WAVEFORMATEX.
-    uint16_t formatTag = U16LE_AT(data);
-    uint16_t channels = U16LE_AT(data + 2);
-    uint32_t sampleRate = U32LE_AT(data + 4);
-    uint16_t blockAlign = U16LE_AT(data + 12);
-    uint16_t bitsPerSample = U16LE_AT(data + 14);
-    uint16_t cbSize = length > 17 ? U16LE_AT(data + 16) : 0;
+    return parseWaveFormat(data, length, track);
+}
 
-    track->mFormatTag = formatTag;
+// Audio: WAVEFORMATEX, or WAVEFORMATEXTENSIBLE whose sub-format names a tag
+// or one of the coded formats.
+status_t ZIRKAVIExtractor::parseWaveFormat(const uint8_t* data, size_t length, Track* track) {
+    ZIRKWaveFormat wfx;
+    if (!ZIRKReadWaveFormat(data, length, &wfx)) return ERROR_MALFORMED;
+    track->mFormatTag = wfx.formatTag;
     track->mAudioType = kAudioUnknown;
-    bool typed = false;
-    if (length > 39 && cbSize > 21 && formatTag == 0xFFFE) {
-        parseWaveFormatExt(data + 18, length - 18, track);
-        typed = track->mAudioType != kAudioUnknown;
+    uint32_t subTag = 0;
+    switch (ZIRKReadSubFormat(wfx, &subTag)) {
+        case ZIRKSubFormat::kFormatTag:
+            track->mFormatTag = subTag;
+            break;
+        case ZIRKSubFormat::kAC3:
+            track->mAudioType = kAudioAC3;
+            track->mMeta->setCString(kKeyMIMEType, MEDIA_MIMETYPE_AUDIO_AC3);
+            break;
+        case ZIRKSubFormat::kEAC3:
+            track->mAudioType = kAudioEAC3;
+            track->mMeta->setCString(kKeyMIMEType, MEDIA_MIMETYPE_AUDIO_AC3);
+            break;
+        case ZIRKSubFormat::kMPEG2Audio:
+            track->mAudioType = kAudioMPEG;
+            track->mMeta->setCString(kKeyMIMEType, MEDIA_MIMETYPE_AUDIO_MPEG_LAYER_II);
+            break;
+        case ZIRKSubFormat::kNone:
+            break;
+    }
+    if (track->mAudioType == kAudioUnknown) {
+        const ZIRKAudioFormat* format = ZIRKAudioFormatForTag(track->mFormatTag);
+        if (format == nullptr) {
+            ALOGW("Unsupported audio format = 0x%04x", track->mFormatTag);
+        } else {
+            track->mAudioType = format->type;
+            if (format->keepsBitsPerSample) track->mBitsPerSample = wfx.bitsPerSample;
+            track->mMeta->setCString(kKeyMIMEType, *format->mime);
+            if (format->type == kAudioAAC) setAACDescriptor(wfx, track);
+            // WMA decoders take the whole WAVEFORMATEX.
+            if (format->type == kAudioWMA) track->mMeta->setData(kKeyRawCodecSpecificData, 0, data, length);
+        }
     }
 
-    if (!typed) {
-        // Format tags that need nothing but a MIME type and a splitter kind.
-        // Built on first use: the MIME strings are imported from the framework.
-        struct PlainFormat {
-            uint16_t formatTag;
-            const char* mime;
-            ZIRKAudioType type;
-            bool keepsBitsPerSample;
-        };
-        static const PlainFormat kPlainFormats[] = {
-                {0x0001, MEDIA_MIMETYPE_AUDIO_RAW, kAudioPCM, true},
-                {0x0002, MEDIA_MIMETYPE_AUDIO_RAW, kAudioMSADPCM, true},
-                {0x0011, MEDIA_MIMETYPE_AUDIO_RAW, kAudioIMAADPCM, true},
-                {0x0006, MEDIA_MIMETYPE_AUDIO_G711_ALAW, kAudioALAW, true},
-                {0x0007, MEDIA_MIMETYPE_AUDIO_G711_MLAW, kAudioMULAW, true},
-                {0x0050, MEDIA_MIMETYPE_AUDIO_MPEG_LAYER_II, kAudioMPEG, false},
-                {0x0055, MEDIA_MIMETYPE_AUDIO_MPEG, kAudioMP3, false},
-        };
-        const char* mime = nullptr;
-        for (const PlainFormat& f : kPlainFormats) {
-            if (f.formatTag != track->mFormatTag) continue;
-            mime = f.mime;
-            track->mAudioType = f.type;
-            if (f.keepsBitsPerSample) track->mBitsPerSample = bitsPerSample;
-        }
-        if (mime == nullptr) {
-            switch (track->mFormatTag) {
-                case 0x00FF: {
-                    mime = MEDIA_MIMETYPE_AUDIO_AAC;
-                    track->mAudioType = kAudioAAC;
-                    uint8_t built[2];
-                    const uint8_t* config = nullptr;
-                    size_t configSize = 0;
-                    // The stored config is used only when it lies inside the
-                    // chunk; a cbSize running past the chunk falls back to the
-                    // config built from rate and channels.
-                    if (length > 16 && cbSize >= 2 && cbSize + 20 <= 127 &&
-                        cbSize <= length - 18) {
-                        config = data + 18;
-                        configSize = cbSize;
-                    } else {
-                        for (size_t i = 0; i < sizeof(kAACSampleRates) / sizeof(kAACSampleRates[0]); ++i) {
-                            if (static_cast<uint32_t>(kAACSampleRates[i]) == sampleRate) {
-                                // 0x30 (object type 6 in the top bits) is what
-                                // this system has always emitted.
-                                built[0] = static_cast<uint8_t>(0x30 | (i >> 1));
-                                built[1] = static_cast<uint8_t>((i << 7) | (channels << 3));
-                                config = built;
-                                configSize = 2;
-                                break;
-                            }
-                        }
-                    }
-                    if (config != nullptr) {
-                        static const uint8_t kTemplate[22] = {0x03, 0x16, 0x00, 0x00, 0x00, 0x04,
-                                                              0x11, 0x40, 0, 0, 0, 0, 0, 0, 0, 0,
-                                                              0, 0, 0, 0, 0x05, 0x00};
-                        uint8_t esds[22 + 127];
-                        memcpy(esds, kTemplate, sizeof(kTemplate));
-                        esds[21] = static_cast<uint8_t>(configSize);
-                        memcpy(esds + 22, config, configSize);
-                        esds[1] = static_cast<uint8_t>(esds[1] + configSize - 2);
-                        esds[6] = static_cast<uint8_t>(esds[6] + configSize - 2);
-                        track->mMeta->setData(kKeyESDS, kTypeESDS, esds, 22 + configSize);
-                    }
-                    break;
-                }
-                case 0x0161:
-                    mime = MEDIA_MIMETYPE_AUDIO_WMA;
-                    track->mAudioType = kAudioWMA;
-                    track->mMeta->setData(kKeyRawCodecSpecificData, 0, data, length);
-                    break;
-                case 0x2000:
-                    mime = MEDIA_MIMETYPE_AUDIO_AC3;
-                    track->mAudioType = kAudioAC3;
-                    break;
-                default:
-                    ALOGW("Unsupported audio format = 0x%04x", track->mFormatTag);
-                    break;
-            }
-        }
-        if (mime != nullptr) track->mMeta->setCString(kKeyMIMEType, mime);
-    }
-
-    track->mMeta->setInt32(kKeyChannelCount, channels);
-    track->mMeta->setInt32(kKeySampleRate, static_cast<int32_t>(sampleRate));
-
-    if (track->mBytesPerSample == 0 || track->mBytesPerSample == blockAlign) {
-        track->mBlockAlign = blockAlign;
-    } else {
-        ALOGW("nBlockAlign is not same as dwSampleSize in AVI stream header %d vs. %d ", blockAlign,
+    track->mMeta->setInt32(kKeyChannelCount, wfx.channels);
+    track->mMeta->setInt32(kKeySampleRate, static_cast<int32_t>(wfx.sampleRate));
+    if (track->mBytesPerSample != 0 && track->mBytesPerSample != wfx.blockAlign) {
+        ALOGW("nBlockAlign is not same as dwSampleSize in AVI stream header %d vs. %d ", wfx.blockAlign,
               track->mBytesPerSample);
         track->mBytesPerSample = 0;
-        track->mBlockAlign = blockAlign;
     }
+    track->mBlockAlign = wfx.blockAlign;
     return OK;
 }
 
-// `extension` starts at the WAVEFORMATEXTENSIBLE tail (strf offset 18); the
-// caller guarantees at least 22 bytes (the chunk is longer than 39 bytes).
-status_t ZIRKAVIExtractor::parseWaveFormatExt(const uint8_t* extension, size_t size, Track* track) {
-    if (size < 22) return ERROR_MALFORMED;
-    const uint8_t* guid = extension + 6;
-    static const uint8_t kFormatTagTail[12] = {0x00, 0x00, 0x10, 0x00, 0x80, 0x00,
-                                               0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
-    if (!memcmp(guid + 4, kFormatTagTail, sizeof(kFormatTagTail))) {
-        track->mFormatTag = U32LE_AT(guid);
-        return OK;
+// The AudioSpecificConfig after cbSize when it lies inside the chunk and fits
+// the descriptor's one-byte lengths; otherwise one built from the rate and
+// channels (none for a rate outside the AAC table).
+void ZIRKAVIExtractor::setAACDescriptor(const ZIRKWaveFormat& wfx, Track* track) {
+    uint8_t built[2];
+    const uint8_t* config = wfx.extra;
+    size_t configSize = wfx.cbSize;
+    if (wfx.cbSize < 2 || wfx.cbSize > kZIRKMaxAdjustedAACConfig || wfx.cbSize > wfx.extraSize) {
+        if (!ZIRKMakeAACConfigFromRate(wfx.sampleRate, wfx.channels, built)) return;
+        config = built;
+        configSize = sizeof(built);
     }
-    // GUIDs as stored: first three groups little-endian.
-    static const uint8_t kAC3[16] = {0x2C, 0x80, 0x6D, 0xE0, 0x46, 0xDB, 0xCF, 0x11,
-                                     0xB4, 0xD1, 0x00, 0x80, 0x5F, 0x6C, 0xBB, 0xEA};
-    static const uint8_t kEAC3[16] = {0xAF, 0x87, 0xFB, 0xA7, 0x02, 0x2D, 0xFB, 0x42,
-                                      0xA4, 0xD4, 0x05, 0xCD, 0x93, 0x84, 0x3B, 0xDD};
-    static const uint8_t kMPEG2[16] = {0x2B, 0x80, 0x6D, 0xE0, 0x46, 0xDB, 0xCF, 0x11,
-                                       0xB4, 0xD1, 0x00, 0x80, 0x5F, 0x6C, 0xBB, 0xEA};
-    if (!memcmp(guid, kAC3, 16)) {
-        track->mAudioType = kAudioAC3;
-        track->mMeta->setCString(kKeyMIMEType, MEDIA_MIMETYPE_AUDIO_AC3);
-    } else if (!memcmp(guid, kEAC3, 16)) {
-        track->mAudioType = kAudioEAC3;
-        track->mMeta->setCString(kKeyMIMEType, MEDIA_MIMETYPE_AUDIO_AC3);
-    } else if (!memcmp(guid, kMPEG2, 16)) {
-        track->mAudioType = kAudioMPEG;
-        track->mMeta->setCString(kKeyMIMEType, MEDIA_MIMETYPE_AUDIO_MPEG_LAYER_II);
-    }
-    return OK;
+    sp<ABuffer> esds = ZIRKMakeAACESDSAdjustedLengths(config, configSize);
+    if (esds != nullptr) track->mMeta->setData(kKeyESDS, kTypeESDS, esds->data(), esds->size());
 }
 
 // ---------------------------------------------------------------------------
@@ -1033,37 +859,6 @@ status_t ZIRKAVIExtractor::addH264CodecSpecificData(size_t trackIndex) {
     }
     ALOGE("Unable to extract AVC codec specific data");
     return ERROR_MALFORMED;
-}
-
-sp<ABuffer> MakeMPEG4VideoCodecSpecificData(const sp<ABuffer>& config) {
-    size_t L = config->size();
-    size_t a = descriptorLengthBytes(L) + L;
-    size_t b = descriptorLengthBytes(a + 1) + a + 1;
-    // The lengths written are b + 17 and a + 14, whose encodings can be a
-    // byte longer than those of b + 14 and a + 1 that `b` and the usual total
-    // of b + 18 + n(b + 14) count (from L = 108 on, and again near each
-    // further 7-bit step), so the buffer is sized from what is written.
-    size_t total = 1 + descriptorLengthBytes(b + 17) + 3 + 1 + descriptorLengthBytes(a + 14) + 1 + 12 + 1 +
-                   descriptorLengthBytes(L) + L;
-    sp<ABuffer> out = new ABuffer(total);
-    if (out->base() == nullptr) return nullptr;
-    uint8_t* p = out->data();
-    *p++ = 0x03;
-    p = writeDescriptorLength(p, b + 17);
-    *p++ = 0x00;
-    *p++ = 0x00;
-    *p++ = 0x00;
-    *p++ = 0x04;
-    p = writeDescriptorLength(p, a + 14);
-    *p++ = 0x01;  // object type indication: 0x01 is what this system emits
-    memset(p, 0, 12);
-    p += 12;
-    *p++ = 0x05;
-    p = writeDescriptorLength(p, L);
-    if (L > 0) memcpy(p, config->data(), L);
-    p += L;
-    out->setRange(0, static_cast<size_t>(p - out->data()));
-    return out;
 }
 
 void ZIRKAVIRewriteAVCLengths(uint8_t* data, size_t size) {

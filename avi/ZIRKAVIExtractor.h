@@ -30,6 +30,7 @@
 namespace android {
 
 class MediaBufferGroup;
+struct ZIRKWaveFormat;
 
 // Status of an index or stream number out of range, and of a 101st stream.
 enum { kAVIErrorOutOfRange = -34 };
@@ -110,7 +111,8 @@ private:
     status_t parseLeafChunk(uint32_t id, int64_t dataOffset, uint32_t chunkSize);
     status_t parseStreamHeader(int64_t dataOffset, int64_t size);
     status_t parseStreamFormat(int64_t dataOffset, int64_t size);
-    status_t parseWaveFormatExt(const uint8_t* extension, size_t size, Track* track);
+    status_t parseWaveFormat(const uint8_t* data, size_t length, Track* track);
+    void setAACDescriptor(const ZIRKWaveFormat& wfx, Track* track);
     status_t parseIndex(int64_t dataOffset, int64_t size);
     status_t parseSuperIndex(int64_t dataOffset, int64_t size);
     status_t parseStandardIndex(int64_t chunkOffset, int64_t size);
@@ -158,10 +160,6 @@ private:
     AVISource(const AVISource&) = delete;
     AVISource& operator=(const AVISource&) = delete;
 };
-
-// Wraps an MPEG-4 visual configuration (the bytes before the first VOP) in
-// an ES descriptor.
-sp<ABuffer> MakeMPEG4VideoCodecSpecificData(const sp<ABuffer>& config);
 
 // Rewrites 4-byte big-endian NAL length prefixes to 00 00 00 01 in place; stops
 // at the first start code already present or at a length that overruns.

@@ -11,6 +11,8 @@
 #include <media/stagefright/foundation/AMessage.h>
 #include <utils/Log.h>
 
+#include "common/ZIRKESDescriptor.h"
+
 namespace android {
 
 namespace {
@@ -25,9 +27,6 @@ constexpr int64_t kPieceDurationUs = 20000;
 // The ADTS fields read (sync, rate index, frame length) end in byte 5.
 constexpr size_t kADTSParsedBytes = 6;
 constexpr size_t kAC3MinHeaderSize = 6;  // bsid sits in byte 5
-
-const int32_t kADTSSampleRates[] = {96000, 88200, 64000, 48000, 44100, 32000,
-                                    24000, 22050, 16000, 12000, 11025, 8000};
 
 const int32_t kAC3SampleRates[] = {48000, 44100, 32000};
 
@@ -141,7 +140,7 @@ AudioSplitter::HeaderCheck AudioSplitter::CheckADTSHeader(const uint8_t* data, s
     uint32_t rateIndex = (data[2] >> 2) & 15;
     info->mFrameSize = frameSize;
     info->mHeaderSize = headerSize;
-    info->mSampleRate = kADTSSampleRates[rateIndex];
+    info->mSampleRate = kZIRKAACSampleRates[rateIndex];
     info->mChannels = ((data[2] & 1) << 2) | (data[3] >> 6);
     info->mSamples = kAACSamplesPerFrame;
     return kHeaderGood;

@@ -18,6 +18,7 @@
 #include <media/stagefright/foundation/ABuffer.h>
 #include <utils/Log.h>
 
+#include "common/ZIRKESDescriptor.h"
 #include "common/ZIRKSafeMath.h"
 #include "common/ZIRKMetaKeys.h"
 #include "flv/ZIRKFLVSource.h"
@@ -61,13 +62,6 @@ const char kVersion[] = "QVX_libflvextractor_Rev10005_build_on_Aug 28 2013";
 const char kSorensonProperty[] = "debug.media.disableFlvSorensen";
 
 const int32_t kSampleRates[4] = {5500, 11025, 22050, 44100};
-
-// The ES descriptor put in front of the AudioSpecificConfig. Its length bytes
-// (0x16, 0x11, 0x02) are fixed on purpose and not adjusted to the config's
-// real length: the consumers of 'esds' expect exactly these bytes.
-const uint8_t kAACESDSTemplate[22] = {0x03, 0x16, 0x00, 0x00, 0x00, 0x04, 0x11, 0x40,
-                                      0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
-                                      0x00, 0x00, 0x00, 0x00, 0x05, 0x02};
 
 // The numeric onMetaData properties, searched in this order.
 enum MetaProperty { kPropDuration, kPropWidth, kPropHeight, kPropVideoDataRate, kPropFrameRate };
@@ -599,15 +593,16 @@ status_t ZIRKFLVExtractor::readAndRegisterAudioTag(uint32_t dataSize, int64_t ti
                 reportFailure(ERROR_IO, 816, kStep);
                 return ERROR_IO;
             }
-            std::vector<uint8_t> esds(sizeof(kAACESDSTemplate) + configSize);
-            memcpy(esds.data(), kAACESDSTemplate, sizeof(kAACESDSTemplate));
-            if (mDataSource->readAt(mOffset + kAACConfigPrefixSize,
-                                    esds.data() + sizeof(kAACESDSTemplate),
-                                    configSize) != static_cast<ssize_t>(configSize)) {
+            std::vector<uint8_t> config(configSize);
+            if (mDataSource->readAt(mOffset + kAACConfigPrefixSize, config.data(), configSize) !=
+                static_cast<ssize_t>(configSize)) {
                 reportFailure(ERROR_IO, 816, kStep);
                 return ERROR_IO;
             }
-            track->meta->setData(kKeyESDS, 0, esds.data(), esds.size());
+            // The descriptor's lengths stay fixed whatever the config's size.
+            sp<ABuffer> esds = ZIRKMakeAACESDSFixedLengths(config.data(), configSize);
+            if (esds == nullptr) return NO_MEMORY;
+            track->meta->setData(kKeyESDS, 0, esds->data(), esds->size());
             mOffset += dataSize;
             return OK;
         }

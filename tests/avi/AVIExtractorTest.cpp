@@ -13,6 +13,7 @@
 #include "LogCapture.h"
 #include "TestDataSources.h"
 #include "avi/ZIRKAVIExtractor.h"
+#include "common/ZIRKESDescriptor.h"
 #include "common/ZIRKMetaKeys.h"
 
 using namespace android;
