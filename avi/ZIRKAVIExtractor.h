@@ -26,6 +26,7 @@
 
 #include "common/DataSplitter.h"
 #include "common/ZIRKExport.h"
+#include "common/ZIRKReadWhole.h"
 
 namespace android {
 
@@ -103,8 +104,7 @@ private:
     // Bound on the file positions and sample-table sizes the walk accepts,
     // fixed at the start of parseHeaders from the file size (when known).
     int64_t mFileSize;  // -1 when the source cannot tell
-    uint64_t mSampleLimit;
-    uint64_t mTotalSamples;
+    ZIRKSampleLimit mSampleLimit;
 
     status_t parseHeaders();
     int32_t parseChunk(int64_t offset, int64_t size, int depth);

@@ -14,6 +14,7 @@
 #include <media/stagefright/foundation/ABitReader.h>
 #include <utils/Log.h>
 
+#include "common/ZIRKSeekIndex.h"
 #include "common/ZIRKNALRewrite.h"
 
 namespace android {
@@ -41,7 +42,9 @@ void logTagTooShort(off64_t offset, uint32_t dataSize) {
           dataSize);
 }
 
-int64_t absDiff(int64_t a, int64_t b) { return a > b ? a - b : b - a; }
+uint64_t absDiff(int64_t a, int64_t b) {
+    return a > b ? static_cast<uint64_t>(a) - static_cast<uint64_t>(b) : static_cast<uint64_t>(b) - static_cast<uint64_t>(a);
+}
 
 // Chooses an index of the ascending times t(0..count-1) for a seek to
 // `target`. The narrowing to mid - 1 and "next is lo + 1" are the seek rules
@@ -64,19 +67,14 @@ size_t chooseSeekIndex(size_t count, TimeAt timeAt, int64_t target,
         }
     }
     const size_t next = lo < last ? lo + 1 : lo;
-    switch (mode) {
-        case MediaSource::ReadOptions::SEEK_PREVIOUS_SYNC:
-            return lo;
-        case MediaSource::ReadOptions::SEEK_NEXT_SYNC:
-            return next;
-        case MediaSource::ReadOptions::SEEK_CLOSEST_SYNC:
-        case MediaSource::ReadOptions::SEEK_CLOSEST:
-            return absDiff(timeAt(next), target) < absDiff(timeAt(lo), target) ? next : lo;
-        default:
-            ALOGE("Unexpected seek mode: %d", static_cast<int>(mode));
-            CHECK(false);  // must stay fatal
+    const ZIRKSeekCandidates candidates = {true, true, static_cast<int64_t>(lo), static_cast<int64_t>(next),
+                                           absDiff(timeAt(lo), target), absDiff(timeAt(next), target)};
+    int64_t chosen;
+    if (!ZIRKChooseSeekPoint(candidates, mode, ZIRKSeekTie::kEarlier, &chosen)) {
+        ALOGE("Unexpected seek mode: %d", static_cast<int>(mode));
+        CHECK(false);  // must stay fatal
     }
-    return lo;
+    return static_cast<size_t>(chosen);
 }
 
 }  // namespace
