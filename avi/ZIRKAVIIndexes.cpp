@@ -14,7 +14,7 @@
 #include "avi/ZIRKAVIChecks.h"
 #include "avi/ZIRKAVIInternal.h"
 
-#include "common/ZIRKByteReader.h"
+#include <zirk/ZIRKByteReader.h>
 #include "common/ZIRKReadWhole.h"
 
 namespace android {

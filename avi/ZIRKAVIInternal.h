@@ -5,7 +5,7 @@
 #include <stdint.h>
 #include <strings.h>
 
-#include "common/ZIRKByteReader.h"
+#include <zirk/ZIRKByteReader.h>
 
 namespace android {
 namespace avi_internal {

@@ -15,7 +15,7 @@
 #include "avi/ZIRKAVIInternal.h"
 #include <media/stagefright/foundation/avc_utils.h>
 
-#include "common/ZIRKByteReader.h"
+#include <zirk/ZIRKByteReader.h>
 #include "common/ZIRKESDescriptor.h"
 #include "common/ZIRKFourCC.h"
 #include "common/ZIRKMetaKeys.h"

@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <new>
 
+#include <zirk/ZIRKPreadFully.h>
+
 namespace android {
 
 ZIRKCachedFileSource::ZIRKCachedFileSource(const char* path) : mFd(-1), mLength(0), mUseClock(0), mLastSmallReadEnd(-1) {
@@ -40,19 +42,7 @@ status_t ZIRKCachedFileSource::getSize(off64_t* size) {
 }
 
 ssize_t ZIRKCachedFileSource::preadFully(int64_t offset, void* data, size_t size) const {
-    size_t done = 0;
-    while (done < size) {
-        ssize_t n = pread(mFd, static_cast<uint8_t*>(data) + done, size - done,
-                          offset + static_cast<int64_t>(done));
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            if (done > 0) return static_cast<ssize_t>(done);
-            return ERROR_IO;
-        }
-        if (n == 0) break;
-        done += static_cast<size_t>(n);
-    }
-    return static_cast<ssize_t>(done);
+    return zirkPreadFully(mFd, data, size, offset, ERROR_IO);
 }
 
 ZIRKCachedFileSource::Window* ZIRKCachedFileSource::claimVictim() {

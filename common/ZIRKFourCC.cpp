@@ -2,7 +2,7 @@
 
 #include <media/stagefright/MediaDefs.h>
 
-#include "common/ZIRKByteReader.h"
+#include <zirk/ZIRKByteReader.h>
 
 namespace android {
 

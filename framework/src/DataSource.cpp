@@ -8,6 +8,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <zirk/ZIRKPreadFully.h>
+
 namespace android {
 
 // ---- MediaExtractor defaults ----
@@ -90,20 +92,7 @@ ssize_t FileSource::readAt(off64_t offset, void* data, size_t size) {
     if (offset >= mLength) return 0;
     uint64_t available = static_cast<uint64_t>(mLength - offset);
     if (size > available) size = static_cast<size_t>(available);
-    // pread carries its own position, so concurrent readers need no lock.
-    size_t done = 0;
-    while (done < size) {
-        ssize_t n = pread(mFd, static_cast<uint8_t*>(data) + done, size - done,
-                          mOffset + offset + static_cast<off64_t>(done));
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            if (done > 0) return static_cast<ssize_t>(done);
-            return ERROR_IO;
-        }
-        if (n == 0) break;
-        done += static_cast<size_t>(n);
-    }
-    return static_cast<ssize_t>(done);
+    return zirkPreadFully(mFd, data, size, mOffset + offset, ERROR_IO);
 }
 
 status_t FileSource::getSize(off64_t* size) {

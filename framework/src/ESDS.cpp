@@ -5,7 +5,7 @@
 // descriptor lengths they wrote, and the lengths are what count).
 #include <media/stagefright/foundation/ESDS.h>
 
-#include "common/ZIRKByteReader.h"
+#include <zirk/ZIRKByteReader.h>
 
 namespace android {
 

@@ -11,6 +11,8 @@
 
 #include <new>
 
+#include "FormatV.h"
+
 namespace android {
 
 // ---- AString ----
@@ -50,17 +52,11 @@ bool AString::endsWith(const char* suffix) const {
 AString AStringPrintf(const char* format, ...) {
     va_list ap;
     va_start(ap, format);
-    va_list ap2;
-    va_copy(ap2, ap);
-    int n = vsnprintf(nullptr, 0, format, ap);
+    std::string buf;
+    zirkAppendFormatV(&buf, format, ap);
     va_end(ap);
     AString out;
-    if (n > 0) {
-        std::string buf(static_cast<size_t>(n) + 1, '\0');
-        vsnprintf(&buf[0], buf.size(), format, ap2);
-        out.setTo(buf.c_str(), static_cast<size_t>(n));
-    }
-    va_end(ap2);
+    out.setTo(buf.c_str(), buf.size());
     return out;
 }
 

@@ -7,6 +7,8 @@
 #include <mutex>
 #include <string>
 
+#include "FormatV.h"
+
 namespace {
 
 // One lock orders stderr lines and guards the hooks.
@@ -23,16 +25,8 @@ char priorityLetter(int prio) {
 }
 
 std::string formatV(const char* fmt, va_list ap) {
-    va_list ap2;
-    va_copy(ap2, ap);
-    int n = vsnprintf(nullptr, 0, fmt, ap);
     std::string out;
-    if (n > 0) {
-        out.resize(static_cast<size_t>(n) + 1);
-        vsnprintf(&out[0], out.size(), fmt, ap2);
-        out.resize(static_cast<size_t>(n));
-    }
-    va_end(ap2);
+    android::zirkAppendFormatV(&out, fmt, ap);
     return out;
 }
 

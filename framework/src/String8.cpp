@@ -3,6 +3,8 @@
 #include <stdarg.h>
 #include <stdio.h>
 
+#include "FormatV.h"
+
 namespace android {
 
 namespace {
@@ -89,20 +91,9 @@ status_t String8::append(const String8& other) {
 status_t String8::appendFormat(const char* fmt, ...) {
     va_list ap;
     va_start(ap, fmt);
-    va_list ap2;
-    va_copy(ap2, ap);
-    int n = vsnprintf(nullptr, 0, fmt, ap);
+    bool ok = zirkAppendFormatV(&mString, fmt, ap);
     va_end(ap);
-    if (n < 0) {
-        va_end(ap2);
-        return UNKNOWN_ERROR;
-    }
-    size_t old = mString.size();
-    mString.resize(old + static_cast<size_t>(n) + 1);
-    vsnprintf(&mString[old], static_cast<size_t>(n) + 1, fmt, ap2);
-    va_end(ap2);
-    mString.resize(old + static_cast<size_t>(n));
-    return OK;
+    return ok ? OK : UNKNOWN_ERROR;
 }
 
 }  // namespace android

@@ -5,7 +5,7 @@
 #include <functional>
 #include <vector>
 
-#include "common/ZIRKByteReader.h"
+#include <zirk/ZIRKByteReader.h>
 
 using namespace android;
 
