@@ -14,6 +14,7 @@
 #include "avi/ZIRKAVIExtractor.h"
 #include "common/AudioSplitter.h"
 #include "common/MP3Splitter.h"
+#include "common/ZIRKCodecConfig.h"
 #include "common/ZIRKMetaKeys.h"
 
 namespace android {
@@ -21,10 +22,6 @@ namespace android {
 using namespace avichecks;
 
 namespace {
-
-// First-frame probes (GMC warp points, H.263 features) look at no more than
-// this many bytes of the frame.
-constexpr size_t kFirstFrameProbeBytes = 2048;
 
 // Largest sample buffer a source allocates (two are made). Far above any
 // compressed frame; an index claiming more is damaged, and start() refuses
@@ -52,25 +49,16 @@ ZIRKAVIExtractor::AVISource::AVISource(const sp<ZIRKAVIExtractor>& extractor, si
 
     if (!strcasecmp(mime, MEDIA_MIMETYPE_VIDEO_MPEG4) && !meta->hasData(kKeyESDS)) {
         ALOGD("ESDS unavailable, get GMC data from the first frame.");
-        uint8_t bytes[kFirstFrameProbeBytes];
+        uint8_t bytes[kZIRKFirstFrameProbeBytes];
         size_t length;
         if (readFirstFrame(kGMCFrameIndex, kGMCFrameInfo, bytes, &length) == OK) {
-            int n = ParseMPEG4GMCWarpPoint(bytes, static_cast<int>(length));
-            if (n < 0) n = 0;
-            ALOGD("MPEG4 GMC Wrap Point: %d", n);
-            meta->setInt32(kKeyGMCWarpPoints, n);
+            ZIRKProbeMPEG4GMCWarpPoints(bytes, length, meta, LOG_TAG);
         }
     } else if (!strcasecmp(mime, MEDIA_MIMETYPE_VIDEO_H263)) {
-        uint8_t bytes[kFirstFrameProbeBytes];
+        uint8_t bytes[kZIRKFirstFrameProbeBytes];
         size_t length;
         if (readFirstFrame(kH263FrameIndex, kH263FrameInfo, bytes, &length) == OK) {
-            int r = Detect263AdvancedFeatures(bytes, static_cast<int>(length));
-            ALOGD("Detect263AdvancedFeatures() ret %d", r);
-            if (r >= 0) {
-                meta->setInt32(kKey263AdvancedFeatures, r);
-            } else {
-                ALOGE("Fail to detect H.263 advanced features, abort!");
-            }
+            ZIRKProbeH263Features(bytes, length, meta, LOG_TAG);
         }
     } else if (!strcasecmp(mime, MEDIA_MIMETYPE_VIDEO_AVC)) {
         mIsAVC = true;
@@ -81,7 +69,7 @@ ZIRKAVIExtractor::AVISource::~AVISource() {
     delete mBufferGroup;
 }
 
-// Reads up to kFirstFrameProbeBytes of the key frame at time 0 into `bytes`;
+// Reads up to kZIRKFirstFrameProbeBytes of the key frame at time 0 into `bytes`;
 // ERROR_IO when the read comes back short (the probes then set nothing).
 status_t ZIRKAVIExtractor::AVISource::readFirstFrame(const ZIRKCheckSite& indexCheck,
                                                      const ZIRKCheckSite& infoCheck, uint8_t* bytes,
@@ -93,7 +81,7 @@ status_t ZIRKAVIExtractor::AVISource::readFirstFrame(const ZIRKCheckSite& indexC
     bool isKey;
     // Must stay fatal.
     ZIRK_CHECK_EQ_SITE(kAVI, infoCheck, mExtractor->getSampleInfo(mTrackIndex, mSampleIndex, &offset, &size, &isKey, &timeUs), (status_t)OK);
-    size_t want = size < kFirstFrameProbeBytes ? size : kFirstFrameProbeBytes;
+    size_t want = size < kZIRKFirstFrameProbeBytes ? size : kZIRKFirstFrameProbeBytes;
     ssize_t n = mExtractor->mDataSource->readAt(offset, bytes, want);
     if (n < static_cast<ssize_t>(want)) return ERROR_IO;
     *length = want;

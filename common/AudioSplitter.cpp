@@ -10,6 +10,7 @@
 #include <media/stagefright/foundation/ADebug.h>
 #include <media/stagefright/foundation/AMessage.h>
 #include <utils/Log.h>
+#include <zirk/ZIRKByteReader.h>
 
 #include "common/ZIRKESDescriptor.h"
 
@@ -212,7 +213,9 @@ void AudioSplitter::DecodeIMABlock(const uint8_t* block, size_t blockBytes, int3
         for (size_t c = group; c < groupEnd; ++c) {
             const uint8_t* header = block + 4 * c;
             IMAChannelState& s = states[c - group];
-            s.mPredictor = static_cast<int16_t>(U16LE_AT(header));
+            uint16_t predictor = 0;
+            ZIRKByteReader(header, 2).readLE16(&predictor);
+            s.mPredictor = static_cast<int16_t>(predictor);
             s.mStepIndex = header[2] > kIMAMaxStepIndex ? kIMAMaxStepIndex : header[2];
             if (c < samples) out[c] = static_cast<int16_t>(s.mPredictor);
             next[c - group] = 1;
@@ -252,14 +255,16 @@ bool AudioSplitter::resync() {
         for (size_t i = 0; length > 8 && i < length - 8; ++i) {
             FrameInfo info;
             if (!ParseADTSHeader(data + i, length - i, &info)) continue;
-            uint32_t first = U32_AT(data + i);
+            uint32_t first = 0, word = 0;
+            ZIRKByteReader(data + i, length - i).readBE32(&first);
             size_t j = i;
             int matched = 0;
             while (matched < kADTSResyncFollowingFrames) {
                 if (info.mFrameSize > length - j) break;
                 j += info.mFrameSize;
                 if (length - j < 4) break;
-                if (((U32_AT(data + j) ^ first) & ~3u) != 0) break;
+                ZIRKByteReader(data + j, length - j).readBE32(&word);
+                if (((word ^ first) & ~3u) != 0) break;
                 if (!ParseADTSHeader(data + j, length - j, &info)) break;
                 ++matched;
             }

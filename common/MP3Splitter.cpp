@@ -6,6 +6,7 @@
 #include <media/stagefright/Utils.h>
 #include <media/stagefright/foundation/avc_utils.h>
 #include <utils/Log.h>
+#include <zirk/ZIRKByteReader.h>
 
 namespace android {
 
@@ -20,6 +21,13 @@ constexpr int kResyncFollowingFrames = 3;
 
 // A frame size below the header's own 4 bytes could never advance the
 // stream; such a header counts as invalid.
+uint32_t wordAt(const uint8_t* data, size_t size, size_t at) {
+    uint32_t word = 0;
+    ZIRKByteReader r(data, size);
+    if (r.skip(at)) r.readBE32(&word);
+    return word;
+}
+
 bool frameSizeOf(uint32_t header, size_t* frameSize, int* sampleRate, int* samplesPerFrame) {
     int channels, bitrate;
     if (!GetMPEGAudioFrameSize(header, frameSize, sampleRate, &channels, &bitrate, samplesPerFrame)) {
@@ -39,7 +47,7 @@ bool MP3Splitter::resync() {
     if (length < 4) return false;
     const uint8_t* data = bufferedData();
     for (size_t i = 0; length - i > 3; ++i) {
-        uint32_t first = U32_AT(data + i);
+        uint32_t first = wordAt(data, length, i);
         size_t frameSize;
         int rate, samples;
         if (!frameSizeOf(first, &frameSize, &rate, &samples)) continue;
@@ -49,7 +57,7 @@ bool MP3Splitter::resync() {
             if (frameSize > length - j) break;
             j += frameSize;
             if (length - j <= 3) break;
-            uint32_t header = U32_AT(data + j);
+            uint32_t header = wordAt(data, length, j);
             if ((header & ~kVariableHeaderBits) != (first & ~kVariableHeaderBits)) break;
             if (!frameSizeOf(header, &frameSize, &rate, &samples)) break;
             ++matched;
@@ -73,7 +81,7 @@ status_t MP3Splitter::read(MediaBuffer** out, int64_t* /*seekTimeUs*/) {
     const uint8_t* data = bufferedData();
     size_t frameSize;
     int rate, samples;
-    if (!frameSizeOf(U32_AT(data), &frameSize, &rate, &samples)) {
+    if (!frameSizeOf(wordAt(data, length, 0), &frameSize, &rate, &samples)) {
         __android_log_print(ANDROID_LOG_WARN, mChecks.component.tag, "!!! invalid frame, resync for valid frame !!!");
         mFindSync = true;
         return kSplitterNeedsMoreInput;

@@ -18,6 +18,8 @@
 #include <media/stagefright/foundation/ABuffer.h>
 #include <utils/Log.h>
 
+#include <zirk/ZIRKByteReader.h>
+
 #include "common/ZIRKESDescriptor.h"
 #include "common/ZIRKSafeMath.h"
 #include "common/ZIRKMetaKeys.h"
@@ -372,16 +374,21 @@ status_t ZIRKFLVExtractor::readFileHeader() {
         reportFailure(ERROR_MALFORMED, 706, kStep);
         return ERROR_MALFORMED;
     }
-    const uint32_t signature = (header[0] << 16) | (header[1] << 8) | header[2];
+    ZIRKByteReader fields(header, sizeof(header));
+    uint32_t signature = 0, headerSize = 0;
+    uint8_t version = 0, flags = 0;
+    fields.readBE24(&signature);
+    fields.readU8(&version);
+    fields.readU8(&flags);
+    fields.readBE32(&headerSize);
     if (signature != kFileSignature) {
         reportFailure(ERROR_MALFORMED, 708, kStep);
         return ERROR_MALFORMED;
     }
-    if (header[3] != kFileVersion) {
+    if (version != kFileVersion) {
         reportFailure(ERROR_MALFORMED, 709, kStep);
         return ERROR_MALFORMED;
     }
-    const uint8_t flags = header[4];
     const uint32_t typeFlagsReserved = flags >> 3;
     if (typeFlagsReserved != 0) {
         ALOGW("Invalid TypeFlagsReserved, expect 0, but %d", static_cast<int>(typeFlagsReserved));
@@ -393,7 +400,7 @@ status_t ZIRKFLVExtractor::readFileHeader() {
     }
     // The type flags only inform: tracks come from the tags actually found.
     if (flags & 0x01) ALOGI("File Header indicate video track existence");
-    if (U32_AT(header + 5) != kFileHeaderSize) {
+    if (headerSize != kFileHeaderSize) {
         reportFailure(ERROR_MALFORMED, 720, kStep);
         return ERROR_MALFORMED;
     }
@@ -408,7 +415,9 @@ status_t ZIRKFLVExtractor::readAndCheckPrevTagSize(uint32_t expected) {
         reportFailure(ERROR_IO, 776, kStep);
         return ERROR_IO;
     }
-    if (U32_AT(field) != expected) {
+    uint32_t previousTagSize = 0;
+    ZIRKByteReader(field, sizeof(field)).readBE32(&previousTagSize);
+    if (previousTagSize != expected) {
         reportFailure(ERROR_MALFORMED, 778, kStep);
         return ERROR_MALFORMED;
     }
@@ -420,13 +429,17 @@ status_t ZIRKFLVExtractor::readTagHeader(uint32_t& dataSize, uint32_t& tagType, 
     // A short header is decoded all the same; its missing bytes read as zero.
     uint8_t header[kTagHeaderSize] = {};
     if (readScanBytes(mOffset, header, sizeof(header)) <= 0) return ERROR_END_OF_STREAM;
-    tagType = header[0];
-    dataSize = (header[1] << 16) | (header[2] << 8) | header[3];
-    const uint32_t timestamp = (header[4] << 16) | (header[5] << 8) | header[6];
-    const uint32_t timestampExtended = header[7];
+    ZIRKByteReader fields(header, sizeof(header));
+    uint8_t type = 0, timestampExtended = 0;
+    uint32_t timestamp = 0, streamId = 0;
+    fields.readU8(&type);
+    fields.readBE24(&dataSize);
+    fields.readBE24(&timestamp);
+    fields.readU8(&timestampExtended);
+    fields.readBE24(&streamId);
+    tagType = type;
     timeUs = static_cast<int64_t>((static_cast<uint64_t>(timestampExtended) << 24) | timestamp) *
              1000;
-    const uint32_t streamId = (header[8] << 16) | (header[9] << 8) | header[10];
     if (streamId != 0) {
         reportFailure(ERROR_MALFORMED, 766, "readTagHeader");
         return ERROR_MALFORMED;
@@ -473,6 +486,33 @@ status_t ZIRKFLVExtractor::readFileBody() {
     }
 }
 
+// Skips a tag of a codec that is not read, warning once per kind of track.
+status_t ZIRKFLVExtractor::skipUnsupportedTag(bool audio, const char* name, uint32_t dataSize) {
+    bool& warn = audio ? mWarnUnsupportedAudio : mWarnUnsupportedVideo;
+    if (warn) {
+        if (audio) {
+            ALOGW("Unsupported sound Format: %s, ignore", name);
+        } else {
+            ALOGW("Unsupported video format: %s, ignore", name);
+        }
+        warn = false;
+    }
+    mOffset += dataSize;
+    return OK;
+}
+
+// Adds the tag whose data starts at mOffset to the track's sample table and
+// raises the track's largest tag size and latest time; false when out of
+// memory.
+bool ZIRKFLVExtractor::registerSample(const sp<Track>& track, int64_t timeUs, uint32_t dataSize,
+                                      uint32_t* maxTagSize, int64_t* maxTimeUs) {
+    const int64_t tagOffset = mOffset - static_cast<int64_t>(kTagHeaderSize);
+    if (track->sampleTable.add(key_value_pair_t<int64_t, int64_t>(timeUs, tagOffset)) < 0) return false;
+    if (dataSize > *maxTagSize) *maxTagSize = dataSize;
+    if (timeUs > *maxTimeUs) *maxTimeUs = timeUs;
+    return true;
+}
+
 status_t ZIRKFLVExtractor::readAndRegisterVideoTag(uint32_t dataSize, int64_t timeUs) {
     static const char kStep[] = "readAndRegisterVideoTag";
     if (dataSize <= 1) {
@@ -487,14 +527,7 @@ status_t ZIRKFLVExtractor::readAndRegisterVideoTag(uint32_t dataSize, int64_t ti
     const uint32_t frameType = preview[0] >> 4;
     const uint32_t codecId = preview[0] & 0x0f;
     const ZIRKFLVCodecInfo& codec = zirkFLVVideoCodec(codecId);
-    if (!codec.supported.load(std::memory_order_relaxed)) {
-        if (mWarnUnsupportedVideo) {
-            ALOGW("Unsupported video format: %s, ignore", codec.name);
-            mWarnUnsupportedVideo = false;
-        }
-        mOffset += dataSize;
-        return OK;
-    }
+    if (!codec.supported.load(std::memory_order_relaxed)) return skipUnsupportedTag(false, codec.name, dataSize);
 
     if (!mHasVideo) {
         mTracks[FLV_TRACK_VIDEO] = new Track(false);
@@ -525,12 +558,7 @@ status_t ZIRKFLVExtractor::readAndRegisterVideoTag(uint32_t dataSize, int64_t ti
         return OK;
     }
 
-    const int64_t tagOffset = mOffset - static_cast<int64_t>(kTagHeaderSize);
-    if (track->sampleTable.add(key_value_pair_t<int64_t, int64_t>(timeUs, tagOffset)) < 0) {
-        return NO_MEMORY;
-    }
-    if (dataSize > mMaxVideoTagSize) mMaxVideoTagSize = dataSize;
-    if (timeUs > mMaxVideoTimeUs) mMaxVideoTimeUs = timeUs;
+    if (!registerSample(track, timeUs, dataSize, &mMaxVideoTagSize, &mMaxVideoTimeUs)) return NO_MEMORY;
     if (frameType == FLV_VIDEO_FRAME_KEY) {
         if (track->syncTable.add(timeUs) < 0) return NO_MEMORY;
         // The thumbnail is the latest key frame at least as large as every
@@ -554,14 +582,7 @@ status_t ZIRKFLVExtractor::readAndRegisterAudioTag(uint32_t dataSize, int64_t ti
     }
     const uint32_t soundFormat = preview[0] >> 4;
     const ZIRKFLVCodecInfo& format = zirkFLVAudioFormat(soundFormat);
-    if (!format.supported.load(std::memory_order_relaxed)) {
-        if (mWarnUnsupportedAudio) {
-            ALOGW("Unsupported sound Format: %s, ignore", format.name);
-            mWarnUnsupportedAudio = false;
-        }
-        mOffset += dataSize;
-        return OK;
-    }
+    if (!format.supported.load(std::memory_order_relaxed)) return skipUnsupportedTag(true, format.name, dataSize);
     const uint32_t soundRate = (preview[0] >> 2) & 3;
     const uint32_t soundType = preview[0] & 1;
 
@@ -608,12 +629,7 @@ status_t ZIRKFLVExtractor::readAndRegisterAudioTag(uint32_t dataSize, int64_t ti
         }
     }
 
-    const int64_t tagOffset = mOffset - static_cast<int64_t>(kTagHeaderSize);
-    if (track->sampleTable.add(key_value_pair_t<int64_t, int64_t>(timeUs, tagOffset)) < 0) {
-        return NO_MEMORY;
-    }
-    if (dataSize > mMaxAudioTagSize) mMaxAudioTagSize = dataSize;
-    if (timeUs > mMaxAudioTimeUs) mMaxAudioTimeUs = timeUs;
+    if (!registerSample(track, timeUs, dataSize, &mMaxAudioTagSize, &mMaxAudioTimeUs)) return NO_MEMORY;
     mOffset += dataSize;
     return OK;
 }

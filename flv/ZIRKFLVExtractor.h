@@ -106,6 +106,9 @@ private:
     status_t readTagHeader(uint32_t& dataSize, uint32_t& tagType, int64_t& timeUs);
     status_t readAndCheckPrevTagSize(uint32_t expected);
     status_t readAndRegisterVideoTag(uint32_t dataSize, int64_t timeUs);
+    status_t skipUnsupportedTag(bool audio, const char* name, uint32_t dataSize);
+    bool registerSample(const sp<Track>& track, int64_t timeUs, uint32_t dataSize, uint32_t* maxTagSize,
+                        int64_t* maxTimeUs);
     status_t readAndRegisterAudioTag(uint32_t dataSize, int64_t timeUs);
     status_t readAndRegisterScriptTag(uint32_t dataSize);
 

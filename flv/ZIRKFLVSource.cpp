@@ -14,6 +14,7 @@
 #include <media/stagefright/foundation/ABitReader.h>
 #include <utils/Log.h>
 
+#include "common/ZIRKCodecConfig.h"
 #include "common/ZIRKSeekIndex.h"
 #include "common/ZIRKNALRewrite.h"
 
@@ -98,11 +99,12 @@ ZIRKFLVSource::ZIRKFLVSource(const sp<DataSource>& source, sp<ZIRKFLVExtractor::
         size_t size = 0;
         if (mTrack->meta->findData(kKeyAVCC, &type, &data, &size) && size > 0) {
             const uint8_t* ptr = static_cast<const uint8_t*>(data);
+            ZIRKAVCCInfo avcc = {0, 0};
             // Both must stay fatal: a malformed configuration record aborts.
-            // 7 bytes reach the NAL length size in byte 4.
             CHECK(size >= 7);
+            ZIRKReadAVCC(ptr, size, &avcc);
             CHECK_EQ((unsigned)ptr[0],1u);
-            mNALLengthSize = (ptr[4] & 3) + 1;
+            mNALLengthSize = static_cast<uint32_t>(avcc.nalLengthSize);
         }
     }
 }
@@ -198,7 +200,6 @@ status_t ZIRKFLVSource::getTagData(MediaBuffer* pBuffer, uint32_t index) {
     CHECK_EQ(tagHeaderReader.getBits(24),0);
     CHECK((tagType == FLV_TAG_TYPE_AUDIO) || (tagType == FLV_TAG_TYPE_VIDEO));
 
-    const size_t capacity = pBuffer->size();
     size_t payloadLength = 0;
     if (tagType == FLV_TAG_TYPE_VIDEO) {
         const uint32_t frameType = tagHeaderReader.getBits(4);
@@ -209,21 +210,8 @@ status_t ZIRKFLVSource::getTagData(MediaBuffer* pBuffer, uint32_t index) {
             return ERROR_MALFORMED;
         }
         if (codecId != FLV_VIDEO_CODEC_AVC) {
-            if (dataSize < kPayloadPrefixSize) {
-                logTagTooShort(offset, dataSize);
-                return ERROR_MALFORMED;
-            }
-            payloadLength = dataSize - kPayloadPrefixSize;
-            if (payloadLength > capacity) {
-                logTagDoesNotFit(offset, payloadLength, capacity);
-                return ERROR_MALFORMED;
-            }
-            CHECK(pBuf);  // must stay fatal
-            if (mDataSource->readAt(offset + kTagHeaderSize + kPayloadPrefixSize, pBuf,
-                                    payloadLength) != static_cast<ssize_t>(payloadLength)) {
-                ALOGE("video_loadOneTagData() fails with %d", ERROR_IO);
-                return ERROR_IO;
-            }
+            status_t err = readPayload(pBuffer, offset, dataSize, kPayloadPrefixSize, "video", &payloadLength);
+            if (err != OK) return err;
         } else {
             const uint32_t avcPackType = tagHeaderReader.getBits(8);
             CHECK_NE(avcPackType,0);  // must stay fatal: sequence headers are not samples
@@ -248,21 +236,8 @@ status_t ZIRKFLVSource::getTagData(MediaBuffer* pBuffer, uint32_t index) {
             CHECK_NE(tagHeaderReader.getBits(8),0);
             prefix = kAACPrefixSize;
         }
-        if (dataSize < prefix) {
-            logTagTooShort(offset, dataSize);
-            return ERROR_MALFORMED;
-        }
-        payloadLength = dataSize - prefix;
-        if (payloadLength > capacity) {
-            logTagDoesNotFit(offset, payloadLength, capacity);
-            return ERROR_MALFORMED;
-        }
-        CHECK(pBuf);  // must stay fatal
-        if (mDataSource->readAt(offset + kTagHeaderSize + prefix, pBuf, payloadLength) !=
-            static_cast<ssize_t>(payloadLength)) {
-            ALOGE("audio_loadOneTagData() fails with %d", ERROR_IO);
-            return ERROR_IO;
-        }
+        status_t err = readPayload(pBuffer, offset, dataSize, prefix, "audio", &payloadLength);
+        if (err != OK) return err;
     }
 
     pBuffer->set_range(0, payloadLength);
@@ -270,6 +245,30 @@ status_t ZIRKFLVSource::getTagData(MediaBuffer* pBuffer, uint32_t index) {
     // minutes), unlike the scan's 64-bit times: the players expect that.
     const uint32_t timeUs = ((timestampExtended << 24) | timestamp) * 1000u;
     pBuffer->meta_data()->setInt64(kKeyTime, static_cast<int64_t>(timeUs));
+    return OK;
+}
+
+// The payload of a tag that is copied as it is: dataSize - prefix bytes from
+// after the tag header and the `prefix` data bytes already decoded. `kind`
+// names the track in the short-read log line.
+status_t ZIRKFLVSource::readPayload(MediaBuffer* pBuffer, off64_t offset, uint32_t dataSize, size_t prefix,
+                                    const char* kind, size_t* payloadLength) {
+    if (dataSize < prefix) {
+        logTagTooShort(offset, dataSize);
+        return ERROR_MALFORMED;
+    }
+    const size_t length = dataSize - prefix;
+    if (length > pBuffer->size()) {
+        logTagDoesNotFit(offset, length, pBuffer->size());
+        return ERROR_MALFORMED;
+    }
+    uint8_t* pBuf = static_cast<uint8_t*>(pBuffer->data());
+    CHECK(pBuf);  // must stay fatal
+    if (mDataSource->readAt(offset + kTagHeaderSize + prefix, pBuf, length) != static_cast<ssize_t>(length)) {
+        ALOGE("%s_loadOneTagData() fails with %d", kind, ERROR_IO);
+        return ERROR_IO;
+    }
+    *payloadLength = length;
     return OK;
 }
 

@@ -40,6 +40,8 @@ private:
     status_t handleSeek(int64_t seekTimeUs, ReadOptions::SeekMode mode);
     // Reads an AVC tag's NAL data (dataSize - 5 bytes at `nalOffset`) into
     // pBuffer in start-code form; *payloadLength is the range to deliver.
+    status_t readPayload(MediaBuffer* pBuffer, off64_t offset, uint32_t dataSize, size_t prefix, const char* kind,
+                         size_t* payloadLength);
     status_t loadAVCPacket(MediaBuffer* pBuffer, off64_t nalOffset, uint32_t dataSize,
                            size_t* payloadLength);
 
