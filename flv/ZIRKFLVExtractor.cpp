@@ -123,6 +123,11 @@ __attribute__((constructor)) void initFLVTables() {
     for (size_t i = 0; i < 16; ++i) gAMF0Types[i] = i < 13 ? kAMF0[i] : AMF0TypeInfo{kIllegal, 0};
 }
 
+// The audio and video tag steps of the scan: their names and the fixed lines
+// their failure lines report for a tag too short and a short preview read.
+const ZIRKFLVTagStep kVideoTagStep = {"readAndRegisterVideoTag", 840, 843};
+const ZIRKFLVTagStep kAudioTagStep = {"readAndRegisterAudioTag", 785, 789};
+
 // The one "failed step" log line of the scan.
 void reportFailure(status_t status, int line, const char* step) {
     ALOGE("Fail (%d): %s(%d)[%s]", status, CHECK_SOURCE_PATH, line, step);
@@ -486,6 +491,20 @@ status_t ZIRKFLVExtractor::readFileBody() {
     }
 }
 
+// The first two data bytes of an audio or video tag, which need a tag of at
+// least two bytes.
+status_t ZIRKFLVExtractor::readTagPreview(const ZIRKFLVTagStep& step, uint32_t dataSize, uint8_t* preview) {
+    if (dataSize <= 1) {
+        reportFailure(ERROR_MALFORMED, step.tooShortLine, step.name);
+        return ERROR_MALFORMED;
+    }
+    if (readScanBytes(mOffset, preview, kTagDataPreviewSize) != static_cast<ssize_t>(kTagDataPreviewSize)) {
+        reportFailure(ERROR_IO, step.readLine, step.name);
+        return ERROR_IO;
+    }
+    return OK;
+}
+
 // Skips a tag of a codec that is not read, warning once per kind of track.
 status_t ZIRKFLVExtractor::skipUnsupportedTag(bool audio, const char* name, uint32_t dataSize) {
     bool& warn = audio ? mWarnUnsupportedAudio : mWarnUnsupportedVideo;
@@ -514,16 +533,9 @@ bool ZIRKFLVExtractor::registerSample(const sp<Track>& track, int64_t timeUs, ui
 }
 
 status_t ZIRKFLVExtractor::readAndRegisterVideoTag(uint32_t dataSize, int64_t timeUs) {
-    static const char kStep[] = "readAndRegisterVideoTag";
-    if (dataSize <= 1) {
-        reportFailure(ERROR_MALFORMED, 840, kStep);
-        return ERROR_MALFORMED;
-    }
     uint8_t preview[kTagDataPreviewSize];
-    if (readScanBytes(mOffset, preview, sizeof(preview)) != static_cast<ssize_t>(sizeof(preview))) {
-        reportFailure(ERROR_IO, 843, kStep);
-        return ERROR_IO;
-    }
+    status_t err = readTagPreview(kVideoTagStep, dataSize, preview);
+    if (err != OK) return err;
     const uint32_t frameType = preview[0] >> 4;
     const uint32_t codecId = preview[0] & 0x0f;
     const ZIRKFLVCodecInfo& codec = zirkFLVVideoCodec(codecId);
@@ -570,16 +582,10 @@ status_t ZIRKFLVExtractor::readAndRegisterVideoTag(uint32_t dataSize, int64_t ti
 }
 
 status_t ZIRKFLVExtractor::readAndRegisterAudioTag(uint32_t dataSize, int64_t timeUs) {
-    static const char kStep[] = "readAndRegisterAudioTag";
-    if (dataSize <= 1) {
-        reportFailure(ERROR_MALFORMED, 785, kStep);
-        return ERROR_MALFORMED;
-    }
+    const char* const kStep = kAudioTagStep.name;
     uint8_t preview[kTagDataPreviewSize];
-    if (readScanBytes(mOffset, preview, sizeof(preview)) != static_cast<ssize_t>(sizeof(preview))) {
-        reportFailure(ERROR_IO, 789, kStep);
-        return ERROR_IO;
-    }
+    status_t err = readTagPreview(kAudioTagStep, dataSize, preview);
+    if (err != OK) return err;
     const uint32_t soundFormat = preview[0] >> 4;
     const ZIRKFLVCodecInfo& format = zirkFLVAudioFormat(soundFormat);
     if (!format.supported.load(std::memory_order_relaxed)) return skipUnsupportedTag(true, format.name, dataSize);

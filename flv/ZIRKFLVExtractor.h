@@ -70,6 +70,14 @@ struct ZIRKFLVCodecInfo {
 const ZIRKFLVCodecInfo& zirkFLVVideoCodec(uint32_t codecId);
 const ZIRKFLVCodecInfo& zirkFLVAudioFormat(uint32_t soundFormat);
 
+// A step of the tag scan: its name and the fixed lines its failure log
+// lines report.
+struct ZIRKFLVTagStep {
+    const char* name;
+    int tooShortLine;
+    int readLine;
+};
+
 class ZIRKFLVExtractor : public MediaExtractor {
 public:
     // One registered track. Built by the scan, read-only afterwards; shared by
@@ -106,6 +114,7 @@ private:
     status_t readTagHeader(uint32_t& dataSize, uint32_t& tagType, int64_t& timeUs);
     status_t readAndCheckPrevTagSize(uint32_t expected);
     status_t readAndRegisterVideoTag(uint32_t dataSize, int64_t timeUs);
+    status_t readTagPreview(const ZIRKFLVTagStep& step, uint32_t dataSize, uint8_t* preview);
     status_t skipUnsupportedTag(bool audio, const char* name, uint32_t dataSize);
     bool registerSample(const sp<Track>& track, int64_t timeUs, uint32_t dataSize, uint32_t* maxTagSize,
                         int64_t* maxTimeUs);
