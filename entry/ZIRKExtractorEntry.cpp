@@ -4,12 +4,11 @@
 
 #include <dlfcn.h>
 #include <pthread.h>
-#include <strings.h>
 
-#include <media/stagefright/MediaDefs.h>
 #include <utils/Log.h>
 
 #include "avi/ZIRKAVIExtractor.h"
+#include "entry/ZIRKContainerRegistry.h"
 #include "entry/ZIRKPendingDemuxers.h"
 #include "flv/ZIRKFLVExtractor.h"
 
@@ -35,6 +34,59 @@ __attribute__((destructor)) void destroyRealMediaLock() {
     pthread_mutex_destroy(&gRealMediaLock);
 }
 
+// The RealMedia row's factory and sniffer: the functions of the run-time
+// library, looked up under the lock and called outside it, so that a slow
+// RealMedia parse does not hold up other callers.
+MediaExtractor* createRealMediaExtractor(const sp<DataSource>& source) {
+    pthread_mutex_lock(&gRealMediaLock);
+    if (!getZIRKRealMediaLibHandle()) {
+        pthread_mutex_unlock(&gRealMediaLock);
+        return nullptr;
+    }
+    ZIRKRealMediaFactoryFn factory = reinterpret_cast<ZIRKRealMediaFactoryFn>(
+            dlsym(gZIRKRealMediaExtractorLibHandle, "getZIRKRealMediaExtractorInstance"));
+    pthread_mutex_unlock(&gRealMediaLock);
+    if (factory == nullptr) {
+        ALOGD("getZIRKRealMediaExtractorInstance not found in librealmediaextractor.so");
+        return nullptr;
+    }
+    return factory(source);
+}
+
+bool sniffRealMedia(const sp<DataSource>& source, String8* mimeType, float* confidence,
+                    sp<AMessage>* /*meta*/) {
+    ZIRKRealMediaSnifferFn sniffer = nullptr;
+    pthread_mutex_lock(&gRealMediaLock);
+    if (getZIRKRealMediaLibHandle()) {
+        sniffer = reinterpret_cast<ZIRKRealMediaSnifferFn>(
+                dlsym(gZIRKRealMediaExtractorLibHandle, "ZIRKSniffRealMedia"));
+        if (sniffer == nullptr) {
+            ALOGD("Can't found ZIRKSniffRealMedia in librealmediaextractor.so");
+        }
+    }
+    pthread_mutex_unlock(&gRealMediaLock);
+    if (sniffer == nullptr) return false;
+    return sniffer(source, mimeType, confidence, nullptr) != 0;
+}
+
+template <class Extractor>
+MediaExtractor* construct(const sp<DataSource>& source) {
+    return new Extractor(source);
+}
+
+// The registry's sniffers and factories, row for row with kZIRKContainers.
+struct ContainerHooks {
+    bool (*sniffer)(const sp<DataSource>&, String8*, float*, sp<AMessage>*);
+    ZIRKSniffMeta sniffMeta;
+    MediaExtractor* (*factory)(const sp<DataSource>&);
+};
+
+#define ZIRK_CONTAINER_HOOKS(name, mimeTypes, cliNames, extensions, sniffer, sniffMeta, factory, version) \
+    {&sniffer, sniffMeta, &factory},
+const ContainerHooks kHooks[] = {ZIRK_CONTAINER_ROWS(ZIRK_CONTAINER_HOOKS)};
+#undef ZIRK_CONTAINER_HOOKS
+static_assert(sizeof(kHooks) / sizeof(kHooks[0]) == kZIRKContainerCount, "one set of hooks per registry row");
+
 }  // namespace
 
 extern "C" {
@@ -55,59 +107,19 @@ int getZIRKRealMediaLibHandle() {
 
 MediaExtractor* getInstance(const sp<DataSource>& source, const char* containerMime) {
     if (containerMime == nullptr) return nullptr;
-    if (!strcasecmp(containerMime, MEDIA_MIMETYPE_CONTAINER_ASF) ||
-        !strcasecmp(containerMime, MEDIA_MIMETYPE_CONTAINER_WMA)) {
-        return createASFExtractor(source);
-    }
-    if (!strcasecmp(containerMime, MEDIA_MIMETYPE_CONTAINER_AVI)) {
-        return new ZIRKAVIExtractor(source);
-    }
-    if (!strcasecmp(containerMime, MEDIA_MIMETYPE_CONTAINER_MOV)) {
-        return createMOVExtractor(source);
-    }
-    if (!strcasecmp(containerMime, MEDIA_MIMETYPE_CONTAINER_FLV)) {
-        return new ZIRKFLVExtractor(source);
-    }
-    if (!strcasecmp(containerMime, MEDIA_MIMETYPE_CONTAINER_REALMEDIA)) {
-        pthread_mutex_lock(&gRealMediaLock);
-        if (!getZIRKRealMediaLibHandle()) {
-            pthread_mutex_unlock(&gRealMediaLock);
-            return nullptr;
-        }
-        ZIRKRealMediaFactoryFn factory = reinterpret_cast<ZIRKRealMediaFactoryFn>(
-                dlsym(gZIRKRealMediaExtractorLibHandle, "getZIRKRealMediaExtractorInstance"));
-        pthread_mutex_unlock(&gRealMediaLock);
-        if (factory == nullptr) {
-            ALOGD("getZIRKRealMediaExtractorInstance not found in librealmediaextractor.so");
-            return nullptr;
-        }
-        // Outside the lock: a slow RealMedia parse must not hold up others.
-        return factory(source);
+    for (size_t i = 0; i < kZIRKContainerCount; ++i) {
+        if (kZIRKContainers[i].takesMimeType(containerMime)) return kHooks[i].factory(source);
     }
     return nullptr;
 }
 
 bool sniffZIRKExtractor(const sp<DataSource>& source, String8* mimeType, float* confidence,
                         sp<AMessage>* meta) {
-    // Only the MOV and FLV sniffers get the caller's meta; the others are
-    // deliberately given none, so they never return sniff metadata.
-    if (SniffASF(source, mimeType, confidence, nullptr)) return true;
-    if (ZIRKSniffAVI(source, mimeType, confidence, nullptr)) return true;
-    if (ZIRKSniffMOV(source, mimeType, confidence, meta)) return true;
-    if (ZIRKSniffFLV(source, mimeType, confidence, meta)) return true;
-
-    ZIRKRealMediaSnifferFn sniffer = nullptr;
-    pthread_mutex_lock(&gRealMediaLock);
-    if (getZIRKRealMediaLibHandle()) {
-        sniffer = reinterpret_cast<ZIRKRealMediaSnifferFn>(
-                dlsym(gZIRKRealMediaExtractorLibHandle, "ZIRKSniffRealMedia"));
-        if (sniffer == nullptr) {
-            ALOGD("Can't found ZIRKSniffRealMedia in librealmediaextractor.so");
-        }
+    for (const ContainerHooks& hooks : kHooks) {
+        sp<AMessage>* sniffMeta = hooks.sniffMeta == ZIRKSniffMeta::kCallers ? meta : nullptr;
+        if (hooks.sniffer(source, mimeType, confidence, sniffMeta)) return true;
     }
-    pthread_mutex_unlock(&gRealMediaLock);
-    if (sniffer == nullptr) return false;
-    return sniffer(source, mimeType, confidence, nullptr) != 0;
+    return false;
 }
 
 }  // extern "C"

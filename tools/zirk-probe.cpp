@@ -1,17 +1,23 @@
 // zirk-probe: looks inside a media file through the extractor plug-in, the
 // way a media framework would: sniff, build the extractor, list file and track
-// formats, read every sample (optionally after a seek) and summarise each.
+// formats as the track sources report them, read every sample (optionally
+// after a seek) and summarise each track.
 //
-// Exit codes: 0 success, 1 bad usage, 2 unreadable path, 3 file not
-// recognised (or no extractor for the requested container), 4 no tracks.
+// main runs the steps in order: read and check the options, open the file,
+// choose the extractor, check the track selection, print, read. Every option
+// is checked before anything is printed. Exit codes: kExitCodes below.
 // A fatal check inside the library ends the process (SIGABRT), after the tool
 // has said which file it was reading.
 #include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
 #include <stdio.h>
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
@@ -39,15 +45,16 @@
 #include <media/stagefright/MetaData.h>
 #include <media/stagefright/foundation/AMessage.h>
 
-#include "entry/ZIRKExtractorEntry.h"
 #include "common/ZIRKCachedFileSource.h"
+#include "entry/ZIRKContainerRegistry.h"
+#include "entry/ZIRKExtractorEntry.h"
 
 using namespace android;
 using json = nlohmann::ordered_json;
 
 namespace {
 
-const char kToolVersion[] = "zirk-probe 1.0.0";
+const char kToolVersion[] = "zirk-probe 1.1.0";
 
 enum ExitCode {
     kExitOk = 0,
@@ -55,6 +62,19 @@ enum ExitCode {
     kExitUnreadable = 2,
     kExitUnrecognised = 3,
     kExitNoTracks = 4,
+    kExitTrackError = 5,
+};
+
+const struct {
+    ExitCode code;
+    const char* meaning;
+} kExitCodes[] = {
+    {kExitOk, "success"},
+    {kExitUsage, "bad usage: an unknown option, a bad value, or a --track the file does not have"},
+    {kExitUnreadable, "FILE cannot be read or is not a regular file"},
+    {kExitUnrecognised, "not a container this library recognises (or no extractor for --container)"},
+    {kExitNoTracks, "the file has no tracks the library can read"},
+    {kExitTrackError, "samples were read and some track ended with an error other than the end of its stream"},
 };
 
 // Bytes of a data value shown in hex; longer values are cut.
@@ -246,55 +266,78 @@ std::string statusName(status_t err) {
     }
 }
 
+// As a status reads in text: its name and, for a named one, its value.
+std::string describeStatus(status_t err) {
+    std::string name = statusName(err);
+    return name == std::to_string(err) ? name : name + " (" + std::to_string(err) + ")";
+}
+
+// ---------------------------------------------------------------------------
+// Options
+
 struct SeekRequest {
     bool present = false;
     int64_t timeUs = 0;
     MediaSource::ReadOptions::SeekMode mode = MediaSource::ReadOptions::SEEK_CLOSEST_SYNC;
 };
 
+struct Options {
+    std::string file;
+    bool json = false;
+    bool samples = false;
+    bool quiet = false;
+    bool version = false;
+    std::vector<size_t> tracks;  // empty: every track
+    long long count = -1;        // -1: no limit
+    SeekRequest seek;
+    std::string containerMime;  // empty: sniff
+    bool cache = true;
+};
+
+// The options as typed, before they are checked.
+struct RawOptions {
+    std::vector<std::string> tracks, props;
+    std::string count, seek, container, logLevel, cache = "on";
+    bool verbose = false;
+};
+
+const char kSeekModes[] = "prev, next, closest-sync or closest";
+const char kLogLevels[] = "debug, info, warn, error, silent or a priority 0-8";
+
+// A decimal number, 0 or more, digits only.
+bool parseNonNegative(const std::string& text, long long* value) {
+    if (text.empty() || text.size() > 18) return false;
+    for (char c : text) {
+        if (!isdigit(static_cast<unsigned char>(c))) return false;
+    }
+    *value = strtoll(text.c_str(), nullptr, 10);
+    return true;
+}
+
 bool parseSeek(const std::string& text, SeekRequest* seek, std::string* error) {
-    std::string timePart = text, modePart;
-    size_t colon = text.find(':');
-    if (colon != std::string::npos) {
-        timePart = text.substr(0, colon);
-        modePart = text.substr(colon + 1);
-    }
-    char* end = nullptr;
-    errno = 0;
-    long long t = strtoll(timePart.c_str(), &end, 10);
-    if (timePart.empty() || *end != '\0' || errno != 0) {
-        *error = "--seek wants microseconds, optionally followed by :MODE, got '" + text + "'";
-        return false;
-    }
     static const std::map<std::string, MediaSource::ReadOptions::SeekMode> kModes = {
         {"prev", MediaSource::ReadOptions::SEEK_PREVIOUS_SYNC},
         {"next", MediaSource::ReadOptions::SEEK_NEXT_SYNC},
         {"closest-sync", MediaSource::ReadOptions::SEEK_CLOSEST_SYNC},
         {"closest", MediaSource::ReadOptions::SEEK_CLOSEST},
     };
-    if (!modePart.empty()) {
-        auto it = kModes.find(modePart);
+    size_t colon = text.find(':');
+    long long timeUs = 0;
+    if (!parseNonNegative(text.substr(0, colon), &timeUs)) {
+        *error = "--seek wants US[:MODE], US microseconds (0 or more), got '" + text + "'";
+        return false;
+    }
+    if (colon != std::string::npos) {
+        auto it = kModes.find(text.substr(colon + 1));
         if (it == kModes.end()) {
-            *error = "unknown seek mode '" + modePart + "' (prev, next, closest-sync, closest)";
+            *error = "unknown seek mode '" + text.substr(colon + 1) + "' (" + kSeekModes + ")";
             return false;
         }
         seek->mode = it->second;
     }
     seek->present = true;
-    seek->timeUs = t;
+    seek->timeUs = timeUs;
     return true;
-}
-
-const char* containerMimeFor(const std::string& name) {
-    std::string lower;
-    for (char c : name) lower.push_back(static_cast<char>(tolower(static_cast<unsigned char>(c))));
-    if (lower == "asf") return MEDIA_MIMETYPE_CONTAINER_ASF;
-    if (lower == "wma") return MEDIA_MIMETYPE_CONTAINER_WMA;
-    if (lower == "avi") return MEDIA_MIMETYPE_CONTAINER_AVI;
-    if (lower == "mov" || lower == "mp4") return MEDIA_MIMETYPE_CONTAINER_MOV;
-    if (lower == "flv") return MEDIA_MIMETYPE_CONTAINER_FLV;
-    if (lower == "rm" || lower == "realmedia") return MEDIA_MIMETYPE_CONTAINER_REALMEDIA;
-    return nullptr;
 }
 
 int parseLogLevel(const std::string& text) {
@@ -304,11 +347,164 @@ int parseLogLevel(const std::string& text) {
     };
     auto it = kLevels.find(text);
     if (it != kLevels.end()) return it->second;
-    char* end = nullptr;
-    long v = strtol(text.c_str(), &end, 10);
-    if (!text.empty() && *end == '\0' && v >= 0 && v <= ANDROID_LOG_SILENT) return static_cast<int>(v);
+    long long v = 0;
+    if (parseNonNegative(text, &v) && v <= ANDROID_LOG_SILENT) return static_cast<int>(v);
     return -1;
 }
+
+// The registry's --container names, or its MIME types, joined by ", ".
+std::string registeredNames(bool mimeTypes) {
+    std::string out;
+    for (const ZIRKContainerInfo& c : kZIRKContainers) {
+        for (size_t i = 0; i < ZIRKContainerInfo::kMaxListed; ++i) {
+            const char* name = mimeTypes ? (c.mimeTypes[i] ? *c.mimeTypes[i] : nullptr) : c.cliNames[i];
+            if (name == nullptr) break;
+            out += (out.empty() ? "" : ", ") + std::string(name);
+        }
+    }
+    return out;
+}
+
+// The MIME type a --container value stands for: a registered name's, or a
+// registered MIME type as given; empty for anything else.
+std::string containerMimeFor(const std::string& value) {
+    if (const ZIRKContainerInfo* c = ZIRKContainerForCliName(value.c_str())) return c->mimeType();
+    if (ZIRKContainerForMimeType(value.c_str()) != nullptr) return value;
+    return "";
+}
+
+// Checks every value and fills `options`; sets the log level and the
+// properties, which must be in place before the library runs.
+bool checkOptions(const RawOptions& raw, Options* options, std::string* error) {
+    for (const std::string& t : raw.tracks) {
+        long long track = 0;
+        if (!parseNonNegative(t, &track)) {
+            *error = "--track wants a track number (0, 1, ...), got '" + t + "'";
+            return false;
+        }
+        options->tracks.push_back(static_cast<size_t>(track));
+    }
+    if (!raw.count.empty() && !parseNonNegative(raw.count, &options->count)) {
+        *error = "--count wants a number of buffers (0 or more), got '" + raw.count + "'";
+        return false;
+    }
+    if (!raw.seek.empty() && !parseSeek(raw.seek, &options->seek, error)) return false;
+    if (!raw.container.empty()) {
+        options->containerMime = containerMimeFor(raw.container);
+        if (options->containerMime.empty()) {
+            *error = "unknown --container '" + raw.container + "' (" + registeredNames(false) +
+                     ", or a container MIME type: " + registeredNames(true) + ")";
+            return false;
+        }
+    }
+    if (raw.cache != "on" && raw.cache != "off") {
+        *error = "--cache wants on or off, got '" + raw.cache + "'";
+        return false;
+    }
+    options->cache = raw.cache == "on";
+    int level = raw.verbose ? ANDROID_LOG_DEBUG : ANDROID_LOG_SILENT;
+    if (!raw.logLevel.empty() && (level = parseLogLevel(raw.logLevel)) < 0) {
+        *error = "unknown log level '" + raw.logLevel + "' (" + kLogLevels + ")";
+        return false;
+    }
+    zirk_log_set_min_priority(level);
+    for (const std::string& p : raw.props) {
+        size_t eq = p.find('=');
+        if (eq == std::string::npos || eq == 0 ||
+            property_set(p.substr(0, eq).c_str(), p.substr(eq + 1).c_str()) != 0) {
+            *error = "bad --prop '" + p + "' (KEY=VALUE, KEY shorter than " + std::to_string(PROPERTY_KEY_MAX) +
+                     " bytes, VALUE shorter than " + std::to_string(PROPERTY_VALUE_MAX) + ")";
+            return false;
+        }
+    }
+    // Each of these only means something while reading.
+    options->samples = options->samples || options->quiet || options->seek.present || options->count >= 0;
+    return true;
+}
+
+std::string exitCodesHelp() {
+    std::string out = "Exit codes:\n";
+    for (const auto& e : kExitCodes) out += "  " + std::to_string(e.code) + "  " + e.meaning + "\n";
+    return out;
+}
+
+void describeOptions(CLI::App& app, Options& options, RawOptions& raw) {
+    app.add_option("FILE", options.file, "media file to probe");
+    app.add_flag("--json", options.json, "write one JSON document instead of text");
+    app.add_flag("--samples", options.samples, "read every sample of each track and list it");
+    app.add_flag("--quiet", options.quiet, "print only totals (samples, bytes, seconds); implies --samples");
+    // One value per occurrence, so that a repeated option never takes FILE.
+    app.add_option("--track", raw.tracks, "only track N (repeat for more)")->type_name("N")->allow_extra_args(false);
+    app.add_option("--count", raw.count, "read at most N buffers per track (0 or more); implies --samples")
+            ->type_name("N");
+    app.add_option("--seek", raw.seek,
+                   std::string("the first read of each track seeks to US microseconds (0 or more); MODE: ") +
+                           kSeekModes + " (default closest-sync); implies --samples")
+            ->type_name("US[:MODE]");
+    app.add_option("--container", raw.container,
+                   "skip sniffing: " + registeredNames(false) + ", or a container MIME type")
+            ->type_name("NAME");
+    app.add_option("--prop", raw.props, "set a system property before anything runs (repeat for more)")
+            ->type_name("KEY=VALUE")
+            ->allow_extra_args(false);
+    app.add_flag("-v", raw.verbose, "show the library's log lines (debug and up) on stderr");
+    app.add_option("--log-level", raw.logLevel, std::string("minimum priority of the log lines shown: ") + kLogLevels)
+            ->type_name("LEVEL");
+    app.add_option("--cache", raw.cache, "read through the caching file source (on, the default) or plain pread (off)")
+            ->type_name("on|off");
+    app.add_flag("--version", options.version, "print the tool's and every demultiplexer's version");
+    app.footer(exitCodesHelp());
+}
+
+int usageError(const std::string& message) {
+    fprintf(stderr, "zirk-probe: %s\n", message.c_str());
+    return kExitUsage;
+}
+
+// Reads and checks the command line. False when the tool should end at once
+// with *exitCode (after --help or a usage error).
+bool readOptions(int argc, char** argv, Options* options, int* exitCode) {
+    CLI::App app{"zirk-probe: look inside a media file through the ZIRK extractor plug-in"};
+    RawOptions raw;
+    describeOptions(app, *options, raw);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ExtrasError&) {
+        std::string extras;
+        for (const std::string& e : app.remaining()) {
+            if (e.size() > 1 && e[0] == '-') {
+                *exitCode = usageError("unknown option '" + e + "' (see --help)");
+                return false;
+            }
+            extras += " '" + e + "'";
+        }
+        *exitCode = usageError("one FILE only, got '" + options->file + "' and" + extras +
+                               " (--track and --prop take one value each: repeat the option for more)");
+        return false;
+    } catch (const CLI::ParseError& e) {
+        *exitCode = app.exit(e) == 0 ? kExitOk : kExitUsage;
+        return false;
+    }
+    std::string error;
+    if (!checkOptions(raw, options, &error)) {
+        *exitCode = usageError(error);
+        return false;
+    }
+    return true;
+}
+
+void printVersions() {
+    printf("%s\n", kToolVersion);
+    for (const ZIRKContainerInfo& c : kZIRKContainers) {
+        if (c.versionSymbol == nullptr) continue;
+        // Looked up by name so that a plug-in without a container still runs.
+        auto fn = reinterpret_cast<const char* (*)()>(dlsym(RTLD_DEFAULT, c.versionSymbol));
+        printf("%s: %s\n", c.cliNames[0], fn ? fn() : "(not in this build)");
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Reading
 
 std::string gCurrentFile;
 
@@ -316,24 +512,6 @@ void onFatalCheck(void*, const char*, const char*) {
     fprintf(stderr, "zirk-probe: fatal check in the extractor library while reading %s:\n",
             gCurrentFile.c_str());
     fflush(stderr);
-}
-
-void printVersions() {
-    printf("%s\n", kToolVersion);
-    static const struct {
-        const char* container;
-        const char* symbol;
-    } kVersions[] = {
-        {"asf", "getAsfParserVer"},
-        {"avi", "getZirkAviExtractorVersion"},
-        {"mov", "getZirkMovExtractorVersion"},
-        {"flv", "getZirkFlvExtractorVersion"},
-    };
-    for (const auto& v : kVersions) {
-        // Looked up by name so that a plug-in without a container still runs.
-        auto fn = reinterpret_cast<const char* (*)()>(dlsym(RTLD_DEFAULT, v.symbol));
-        printf("%s: %s\n", v.container, fn ? fn() : "(not in this build)");
-    }
 }
 
 double nowSeconds() {
@@ -347,109 +525,147 @@ struct TrackTotals {
     uint64_t bytes = 0;
 };
 
+// How the reading of a track ended.
+struct TrackEnd {
+    enum Kind { kEndOfStream, kCountReached, kNoSource, kStartFailed, kReadFailed } kind = kEndOfStream;
+    status_t status = OK;
+
+    bool isError() const { return kind != kEndOfStream && kind != kCountReached; }
+    // As JSON has it: the status name, "COUNT_REACHED", "NO_SOURCE" or "start: <status>".
+    std::string code() const {
+        switch (kind) {
+            case kCountReached: return "COUNT_REACHED";
+            case kNoSource: return "NO_SOURCE";
+            case kStartFailed: return "start: " + statusName(status);
+            default: return statusName(status);
+        }
+    }
+    std::string text() const {
+        switch (kind) {
+            case kEndOfStream: return "end of stream";
+            case kCountReached: return "--count reached";
+            case kNoSource: return "no source (getTrack failed)";
+            case kStartFailed: return "start failed: " + describeStatus(status);
+            default: return "read failed: " + describeStatus(status);
+        }
+    }
+};
+
 // Reads one track, a sample at a time, from its start (or the seek) to the
-// end or the count limit. Each sample goes to `samples` (JSON), to stdout
-// (text) or nowhere (quiet).
+// end or the count limit, and stops its source as soon as it is done. Each
+// sample goes to `samples` (JSON), to stdout (text) or nowhere (quiet).
 class TrackReader {
 public:
-    TrackReader(const sp<MediaSource>& source, const SeekRequest& seek, long long countLimit, bool asJson, bool quiet)
-        : mSource(source), mCountLimit(countLimit), mAsJson(asJson), mQuiet(quiet) {
+    TrackReader(size_t index, const sp<MediaSource>& source, const Options& options)
+        : mIndex(index), mSource(source), mCountLimit(options.count), mAsJson(options.json), mQuiet(options.quiet) {
         if (mSource == nullptr) {
-            finish("NO_SOURCE");
+            finish(TrackEnd::kNoSource, OK);
             return;
         }
         status_t err = mSource->start();
         if (err != OK) {
             mSource = nullptr;
-            finish("start: " + statusName(err));
+            finish(TrackEnd::kStartFailed, err);
             return;
         }
-        if (seek.present) mOptions.setSeekTo(seek.timeUs, seek.mode);
+        if (options.seek.present) mOptions.setSeekTo(options.seek.timeUs, options.seek.mode);
     }
-    ~TrackReader() {
-        if (mSource != nullptr) mSource->stop();
-    }
+    ~TrackReader() { stop(); }
 
+    size_t index() const { return mIndex; }
     bool done() const { return mDone; }
     // How far the track has been read, in time: the largest sample time so
     // far (0 before the first), for reading several tracks in time order.
     int64_t progressUs() const { return mProgressUs; }
-    const std::string& end() const { return mEnd; }
+    const TrackEnd& end() const { return mEnd; }
     const TrackTotals& totals() const { return mTotals; }
     json& samples() { return mSamples; }
 
     void step() {
         if (mDone) return;
         if (mCountLimit >= 0 && static_cast<long long>(mTotals.samples) >= mCountLimit) {
-            finish("COUNT_REACHED");
+            finish(TrackEnd::kCountReached, OK);
             return;
         }
         MediaBuffer* buffer = nullptr;
         status_t err = mSource->read(&buffer, &mOptions);
         mOptions.clearSeekTo();
-        if (err != OK) {
+        if (err != OK || buffer == nullptr) {
             if (buffer) buffer->release();
-            finish(statusName(err));
+            if (err == OK) err = UNKNOWN_ERROR;
+            finish(err == ERROR_END_OF_STREAM ? TrackEnd::kEndOfStream : TrackEnd::kReadFailed, err);
             return;
         }
-        const uint8_t* data = static_cast<const uint8_t*>(buffer->data()) + buffer->range_offset();
-        size_t length = buffer->range_length();
         mTotals.samples++;
-        mTotals.bytes += length;
-        sp<MetaData> meta = buffer->meta_data();
+        mTotals.bytes += buffer->range_length();
         int64_t timeUs = 0;
-        bool hasTime = meta->findInt64(kKeyTime, &timeUs);
-        if (hasTime) {
-            // Some containers hand out times in 32 bits of microseconds,
-            // which wrap after 71.6 minutes; a step back by more than half
-            // that range is taken as a wrap.
-            // Other times (and a hostile file's extremes) are taken as they are.
-            constexpr int64_t kWrapUs = int64_t(1) << 32;
-            int64_t progressUs = timeUs;
-            if (timeUs >= 0 && timeUs < kWrapUs && mWrapBaseUs <= INT64_MAX / 2) {
-                if (timeUs + mWrapBaseUs < mProgressUs - kWrapUs / 2) mWrapBaseUs += kWrapUs;
-                progressUs = timeUs + mWrapBaseUs;
-            }
-            mProgressUs = std::max(mProgressUs, progressUs);
-        }
-        if (!mQuiet) {
-            int64_t targetUs = 0;
-            int32_t sync = 0;
-            meta->findInt32(kKeyIsSyncFrame, &sync);
-            bool hasTarget = meta->findInt64(kKeyTargetTime, &targetUs);
-            uint32_t crc = static_cast<uint32_t>(crc32(0L, data, static_cast<uInt>(length)));
-            if (mAsJson) {
-                json s = json::object();
-                s["time_us"] = hasTime ? json(timeUs) : json(nullptr);
-                s["size"] = length;
-                s["sync"] = sync ? 1 : 0;
-                if (hasTarget) s["target_us"] = targetUs;
-                char hex[9];
-                snprintf(hex, sizeof(hex), "%08x", crc);
-                s["crc32"] = hex;
-                mSamples.push_back(s);
-            } else {
-                printf("  %8llu time_us=%lld size=%zu sync=%d", static_cast<unsigned long long>(mTotals.samples - 1),
-                       static_cast<long long>(timeUs), length, sync ? 1 : 0);
-                if (hasTarget) printf(" target_us=%lld", static_cast<long long>(targetUs));
-                printf(" crc32=%08x\n", crc);
-            }
-        }
+        bool hasTime = buffer->meta_data()->findInt64(kKeyTime, &timeUs);
+        if (hasTime) advance(timeUs);
+        if (!mQuiet) record(buffer, hasTime, timeUs);
         buffer->release();
     }
 
 private:
-    void finish(const std::string& end) {
-        mDone = true;
-        mEnd = end;
+    void advance(int64_t timeUs) {
+        // Some containers hand out times in 32 bits of microseconds, which
+        // wrap after 71.6 minutes; a step back by more than half that range
+        // is taken as a wrap. Other times (and a hostile file's extremes) are
+        // taken as they are.
+        constexpr int64_t kWrapUs = int64_t(1) << 32;
+        int64_t progressUs = timeUs;
+        if (timeUs >= 0 && timeUs < kWrapUs && mWrapBaseUs <= INT64_MAX / 2) {
+            if (timeUs + mWrapBaseUs < mProgressUs - kWrapUs / 2) mWrapBaseUs += kWrapUs;
+            progressUs = timeUs + mWrapBaseUs;
+        }
+        mProgressUs = std::max(mProgressUs, progressUs);
     }
 
-    sp<MediaSource> mSource;
+    void record(MediaBuffer* buffer, bool hasTime, int64_t timeUs) {
+        const uint8_t* data = static_cast<const uint8_t*>(buffer->data()) + buffer->range_offset();
+        size_t length = buffer->range_length();
+        sp<MetaData> meta = buffer->meta_data();
+        int64_t targetUs = 0;
+        int32_t sync = 0;
+        meta->findInt32(kKeyIsSyncFrame, &sync);
+        bool hasTarget = meta->findInt64(kKeyTargetTime, &targetUs);
+        uint32_t crc = static_cast<uint32_t>(crc32(0L, data, static_cast<uInt>(length)));
+        if (mAsJson) {
+            json s = json::object();
+            s["time_us"] = hasTime ? json(timeUs) : json(nullptr);
+            s["size"] = length;
+            s["sync"] = sync ? 1 : 0;
+            if (hasTarget) s["target_us"] = targetUs;
+            char hex[9];
+            snprintf(hex, sizeof(hex), "%08x", crc);
+            s["crc32"] = hex;
+            mSamples.push_back(s);
+        } else {
+            printf("  %8llu time_us=%lld size=%zu sync=%d", static_cast<unsigned long long>(mTotals.samples - 1),
+                   static_cast<long long>(timeUs), length, sync ? 1 : 0);
+            if (hasTarget) printf(" target_us=%lld", static_cast<long long>(targetUs));
+            printf(" crc32=%08x\n", crc);
+        }
+    }
+
+    void finish(TrackEnd::Kind kind, status_t status) {
+        mDone = true;
+        mEnd.kind = kind;
+        mEnd.status = status;
+        stop();
+    }
+
+    void stop() {
+        if (mSource != nullptr) mSource->stop();
+        mSource = nullptr;
+    }
+
+    size_t mIndex;
+    sp<MediaSource> mSource;  // null once stopped
     MediaSource::ReadOptions mOptions;
     long long mCountLimit;
     bool mAsJson, mQuiet;
     bool mDone = false;
-    std::string mEnd;
+    TrackEnd mEnd;
     int64_t mProgressUs = 0;
     int64_t mWrapBaseUs = 0;
     TrackTotals mTotals;
@@ -470,209 +686,216 @@ void readInterleaved(std::vector<std::unique_ptr<TrackReader>>& readers) {
     }
 }
 
-}  // namespace
+// ---------------------------------------------------------------------------
+// The steps
 
-int main(int argc, char** argv) {
-    CLI::App app{"zirk-probe: look inside a media file through the ZIRK extractor plug-in"};
-    std::string file;
-    bool asJson = false, samples = false, quiet = false, verbose = false, version = false;
-    std::vector<size_t> tracks;
-    long long count = -1;
-    std::string seekText, container, logLevel, cache = "on";
-    std::vector<std::string> props;
-
-    app.add_option("FILE", file, "media file to probe");
-    app.add_flag("--json", asJson, "write one JSON document instead of text");
-    app.add_flag("--samples", samples, "read every sample of each track and list it");
-    app.add_flag("--quiet", quiet, "with --samples: print only totals (samples, bytes, seconds)");
-    app.add_option("--track", tracks, "only this track (repeatable)");
-    app.add_option("--count", count, "read at most N buffers per track")->check(CLI::NonNegativeNumber);
-    app.add_option("--seek", seekText, "first read of each track seeks to US[:prev|next|closest-sync|closest]");
-    app.add_option("--container", container, "skip sniffing: asf|avi|mov|flv or a container MIME type");
-    app.add_option("--prop", props, "set a system property KEY=VALUE before anything runs (repeatable)");
-    app.add_flag("-v", verbose, "show the library's log lines (debug and up) on stderr");
-    app.add_option("--log-level", logLevel, "minimum log priority shown: debug|info|warn|error|silent|N");
-    app.add_option("--cache", cache, "read through the caching file source (on) or plain pread (off)")
-            ->check(CLI::IsMember({"on", "off"}));
-    app.add_flag("--version", version, "print the tool's and every demultiplexer's version");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& e) {
-        int rc = app.exit(e);
-        return rc == 0 ? kExitOk : kExitUsage;
-    }
-
-    if (version) {
-        printVersions();
-        return kExitOk;
-    }
-    if (file.empty()) {
-        fprintf(stderr, "zirk-probe: no FILE given (see --help)\n");
-        return kExitUsage;
-    }
-
-    zirk_log_set_min_priority(ANDROID_LOG_SILENT);
-    if (verbose) zirk_log_set_min_priority(ANDROID_LOG_DEBUG);
-    if (!logLevel.empty()) {
-        int level = parseLogLevel(logLevel);
-        if (level < 0) {
-            fprintf(stderr, "zirk-probe: unknown log level '%s'\n", logLevel.c_str());
-            return kExitUsage;
-        }
-        zirk_log_set_min_priority(level);
-    }
-    for (const std::string& p : props) {
-        size_t eq = p.find('=');
-        if (eq == std::string::npos || eq == 0 || property_set(p.substr(0, eq).c_str(), p.substr(eq + 1).c_str()) != 0) {
-            fprintf(stderr, "zirk-probe: bad --prop '%s' (KEY=VALUE within the platform's length limits)\n", p.c_str());
-            return kExitUsage;
-        }
-    }
-    SeekRequest seek;
-    if (!seekText.empty()) {
-        std::string error;
-        if (!parseSeek(seekText, &seek, &error)) {
-            fprintf(stderr, "zirk-probe: %s\n", error.c_str());
-            return kExitUsage;
-        }
-    }
-
-    gCurrentFile = file;
-    zirk_log_set_assert_hook(&onFatalCheck, nullptr);
-
+// What the steps share: the options, the file, its extractor and the JSON
+// document being built.
+struct Probe {
+    Options options;
     sp<DataSource> source;
-    if (cache == "on") {
-        source = new ZIRKCachedFileSource(file.c_str());
-    } else {
-        source = new FileSource(file.c_str());
-    }
-    if (source->initCheck() != OK) {
-        fprintf(stderr, "zirk-probe: cannot read '%s': %s\n", file.c_str(), strerror(errno ? errno : ENOENT));
+    sp<MediaExtractor> extractor;
+    std::string containerMime;
+    size_t trackCount = 0;
+    std::vector<size_t> selected;
+    json doc = json::object();
+    double started = 0;
+
+    bool text() const { return !options.json && !options.quiet; }
+};
+
+int openFile(Probe& p) {
+    const char* path = p.options.file.c_str();
+    struct stat st;
+    // Checked before opening: opening a FIFO would wait for a writer.
+    if (stat(path, &st) == 0 && !S_ISREG(st.st_mode)) {
+        fprintf(stderr, "zirk-probe: '%s' is not a regular file\n", path);
         return kExitUnreadable;
     }
+    // Opened here once to report why it cannot be, with this call's errno;
+    // the data source opens it again for itself.
+    int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        int err = errno;
+        fprintf(stderr, "zirk-probe: cannot read '%s': %s\n", path, strerror(err));
+        return kExitUnreadable;
+    }
+    close(fd);
+    if (p.options.cache) {
+        p.source = new ZIRKCachedFileSource(path);
+    } else {
+        p.source = new FileSource(path);
+    }
+    if (p.source->initCheck() != OK) {
+        fprintf(stderr, "zirk-probe: cannot read '%s'\n", path);
+        return kExitUnreadable;
+    }
+    return kExitOk;
+}
 
-    json doc = json::object();
-    doc["file"] = file;
-    double started = nowSeconds();
+// A file no sniffer claims but that starts like an ISO media file (an 'ftyp'
+// box first) may still be one the MOV demultiplexer reads when named.
+void hintIfIsoMedia(const Probe& p) {
+    uint8_t head[8];
+    const ZIRKContainerInfo* mov = ZIRKContainerForMimeType(MEDIA_MIMETYPE_CONTAINER_MOV);
+    if (mov == nullptr || p.source->readAt(0, head, sizeof(head)) != static_cast<ssize_t>(sizeof(head)) ||
+        memcmp(head + 4, "ftyp", 4) != 0) {
+        return;
+    }
+    fprintf(stderr, "zirk-probe: hint: '%s' looks like an ISO media file (an 'ftyp' box at offset 4); "
+            "try --container %s\n", p.options.file.c_str(), mov->cliNames[0]);
+}
 
-    const char* containerMime = nullptr;
-    String8 sniffedMime;
-    if (container.empty()) {
+int chooseExtractor(Probe& p) {
+    if (!p.options.containerMime.empty()) {
+        p.containerMime = p.options.containerMime;
+        p.doc["sniff"] = nullptr;
+    } else {
+        String8 mime;
         float confidence = 0.0f;
         sp<AMessage> sniffMeta = new AMessage;
-        if (sniffZIRKExtractor(source, &sniffedMime, &confidence, &sniffMeta)) {
-            containerMime = sniffedMime.c_str();
+        if (sniffZIRKExtractor(p.source, &mime, &confidence, &sniffMeta)) {
+            p.containerMime = mime.c_str();
             // Single precision shown as written (0.21, not 0.2099999934...).
             double shown = std::round(static_cast<double>(confidence) * 1e6) / 1e6;
-            doc["sniff"] = {{"mime", sniffedMime.c_str()}, {"confidence", shown},
-                            {"meta", messageToJson(sniffMeta)}};
+            p.doc["sniff"] = {{"mime", p.containerMime}, {"confidence", shown}, {"meta", messageToJson(sniffMeta)}};
         } else {
-            doc["sniff"] = nullptr;
+            p.doc["sniff"] = nullptr;
         }
-    } else {
-        containerMime = containerMimeFor(container);
-        if (containerMime == nullptr) containerMime = container.c_str();
-        doc["sniff"] = nullptr;
     }
-    doc["container"] = containerMime ? json(containerMime) : json(nullptr);
-
-    if (containerMime == nullptr) {
-        if (asJson) std::cout << doc.dump(2) << std::endl;
+    p.doc["container"] = p.containerMime.empty() ? json(nullptr) : json(p.containerMime);
+    if (!p.containerMime.empty()) p.extractor = getInstance(p.source, p.containerMime.c_str());
+    if (p.extractor != nullptr) return kExitOk;
+    if (p.options.json) std::cout << p.doc.dump(2) << std::endl;
+    if (p.containerMime.empty()) {
         fprintf(stderr, "zirk-probe: '%s' is not a container this library recognises (try --container)\n",
-                file.c_str());
-        return kExitUnrecognised;
-    }
-
-    sp<MediaExtractor> extractor = getInstance(source, containerMime);
-    if (extractor == nullptr) {
-        if (asJson) std::cout << doc.dump(2) << std::endl;
-        fprintf(stderr, "zirk-probe: no extractor for container type '%s'\n", containerMime);
-        return kExitUnrecognised;
-    }
-
-    size_t trackCount = extractor->countTracks();
-    sp<MetaData> fileMeta = extractor->getMetaData();
-    doc["meta"] = metaToJson(fileMeta);
-    if (!asJson && !quiet) {
-        printf("file: %s\n", file.c_str());
-        if (container.empty()) {
-            printf("sniff: %s (confidence %.2f)\n", sniffedMime.c_str(), doc["sniff"]["confidence"].get<double>());
-            if (!doc["sniff"]["meta"].empty()) printf("  sniff meta: %s\n", doc["sniff"]["meta"].dump().c_str());
-        } else {
-            printf("container (given): %s\n", containerMime);
-        }
-        printf("file metadata:\n");
-        printMeta(fileMeta, "  ");
-        printf("tracks: %zu\n", trackCount);
-    }
-
-    std::vector<size_t> selected;
-    if (tracks.empty()) {
-        for (size_t i = 0; i < trackCount; ++i) selected.push_back(i);
+                p.options.file.c_str());
+        hintIfIsoMedia(p);
     } else {
-        for (size_t t : tracks) {
-            if (t >= trackCount) {
-                fprintf(stderr, "zirk-probe: no track %zu (the file has %zu)\n", t, trackCount);
-                return kExitUsage;
-            }
-            selected.push_back(t);
-        }
+        fprintf(stderr, "zirk-probe: no extractor for container type '%s'\n", p.containerMime.c_str());
     }
+    return kExitUnrecognised;
+}
 
-    doc["tracks"] = json::array();
-    TrackTotals all;
-    // Text output lists each track's samples under it, so the tracks are read
-    // one after another; otherwise they are read interleaved.
-    const bool streamed = samples && !asJson && !quiet;
+int selectTracks(Probe& p) {
+    p.trackCount = p.extractor->countTracks();
+    if (p.options.tracks.empty()) {
+        for (size_t i = 0; i < p.trackCount; ++i) p.selected.push_back(i);
+        return kExitOk;
+    }
+    for (size_t t : p.options.tracks) {
+        if (t >= p.trackCount) {
+            std::string has = p.trackCount == 0 ? "has no tracks"
+                                                : "has " + std::to_string(p.trackCount) + ": 0 to " +
+                                                          std::to_string(p.trackCount - 1);
+            return usageError("no track " + std::to_string(t) + " (the file " + has + ")");
+        }
+        p.selected.push_back(t);
+    }
+    return kExitOk;
+}
+
+void printHeader(Probe& p) {
+    sp<MetaData> fileMeta = p.extractor->getMetaData();
+    p.doc["meta"] = metaToJson(fileMeta);
+    p.doc["tracks"] = json::array();
+    if (!p.text()) return;
+    printf("file: %s\n", p.options.file.c_str());
+    const json& sniff = p.doc["sniff"];
+    if (sniff.is_null()) {
+        printf("container (given): %s\n", p.containerMime.c_str());
+    } else {
+        printf("sniff: %s (confidence %.2f)\n", p.containerMime.c_str(), sniff["confidence"].get<double>());
+        if (!sniff["meta"].empty()) printf("  sniff meta: %s\n", sniff["meta"].dump().c_str());
+    }
+    printf("file metadata:\n");
+    printMeta(fileMeta, "  ");
+    printf("tracks: %zu\n", p.trackCount);
+}
+
+// Shows each selected track's format as a player sees it, from the source
+// (which may add keys to what the extractor lists), and with --samples reads
+// the tracks: in text, one after another, each listed under its format;
+// otherwise interleaved.
+std::vector<std::unique_ptr<TrackReader>> probeTracks(Probe& p) {
     std::vector<std::unique_ptr<TrackReader>> readers;
-    for (size_t i : selected) {
-        sp<MetaData> trackMeta = extractor->getTrackMetaData(i, 0);
-        json t = json::object();
-        t["index"] = i;
-        t["meta"] = metaToJson(trackMeta);
-        if (!asJson && !quiet) {
+    const bool streamed = p.options.samples && p.text();
+    for (size_t i : p.selected) {
+        sp<MediaSource> track = p.extractor->getTrack(i);
+        sp<MetaData> format = track != nullptr ? track->getFormat() : p.extractor->getTrackMetaData(i, 0);
+        p.doc["tracks"].push_back({{"index", i}, {"meta", metaToJson(format)}});
+        if (p.text()) {
             printf("track %zu:\n", i);
-            printMeta(trackMeta, "  ");
+            printMeta(format, "  ");
         }
+        if (!p.options.samples) continue;
+        readers.emplace_back(new TrackReader(i, track, p.options));
         if (streamed) {
+            TrackReader& reader = *readers.back();
             printf("  samples:\n");
-            TrackReader reader(extractor->getTrack(i), seek, count, asJson, quiet);
             while (!reader.done()) reader.step();
-            printf("  end: %s after %llu samples\n", reader.end().c_str(),
+            printf("  end: %s after %llu samples\n", reader.end().text().c_str(),
                    static_cast<unsigned long long>(reader.totals().samples));
-            all.samples += reader.totals().samples;
-            all.bytes += reader.totals().bytes;
-        } else if (samples) {
-            readers.emplace_back(new TrackReader(extractor->getTrack(i), seek, count, asJson, quiet));
         }
-        doc["tracks"].push_back(t);
     }
-    if (!readers.empty()) {
-        readInterleaved(readers);
-        for (size_t k = 0; k < readers.size(); ++k) {
-            json& t = doc["tracks"][k];
-            TrackReader& reader = *readers[k];
-            if (!quiet) t["samples"] = std::move(reader.samples());
-            t["sample_count"] = reader.totals().samples;
-            t["bytes"] = reader.totals().bytes;
-            t["end"] = reader.end();
-            all.samples += reader.totals().samples;
-            all.bytes += reader.totals().bytes;
-        }
-        readers.clear();
-    }
-    double seconds = nowSeconds() - started;
+    if (!streamed) readInterleaved(readers);
+    return readers;
+}
 
-    if (asJson) {
-        if (quiet) doc["totals"] = {{"samples", all.samples}, {"bytes", all.bytes}, {"seconds", seconds}};
-        std::cout << doc.dump(2) << std::endl;
-    } else if (quiet) {
+// Prints the totals (and the JSON document) and says which tracks ended badly.
+int finish(Probe& p, std::vector<std::unique_ptr<TrackReader>>& readers) {
+    TrackTotals all;
+    bool trackError = false;
+    for (size_t k = 0; k < readers.size(); ++k) {
+        TrackReader& reader = *readers[k];
+        json& t = p.doc["tracks"][k];
+        if (!p.options.quiet) t["samples"] = std::move(reader.samples());
+        t["sample_count"] = reader.totals().samples;
+        t["bytes"] = reader.totals().bytes;
+        t["end"] = reader.end().code();
+        all.samples += reader.totals().samples;
+        all.bytes += reader.totals().bytes;
+        if (reader.end().isError()) {
+            trackError = true;
+            fprintf(stderr, "zirk-probe: track %zu: %s after %llu samples\n", reader.index(),
+                    reader.end().text().c_str(), static_cast<unsigned long long>(reader.totals().samples));
+        }
+    }
+    double seconds = nowSeconds() - p.started;
+    if (p.options.json) {
+        if (p.options.quiet) p.doc["totals"] = {{"samples", all.samples}, {"bytes", all.bytes}, {"seconds", seconds}};
+        std::cout << p.doc.dump(2) << std::endl;
+    } else if (p.options.quiet) {
         printf("samples=%llu bytes=%llu seconds=%.3f\n", static_cast<unsigned long long>(all.samples),
                static_cast<unsigned long long>(all.bytes), seconds);
     }
-    if (trackCount == 0) {
-        fprintf(stderr, "zirk-probe: '%s' has no tracks this library can read\n", file.c_str());
+    if (p.trackCount == 0) {
+        fprintf(stderr, "zirk-probe: '%s' has no tracks this library can read\n", p.options.file.c_str());
         return kExitNoTracks;
     }
-    return kExitOk;
+    return trackError ? kExitTrackError : kExitOk;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Probe p;
+    int exitCode = kExitOk;
+    if (!readOptions(argc, argv, &p.options, &exitCode)) return exitCode;
+    if (p.options.version) {
+        printVersions();
+        return kExitOk;
+    }
+    if (p.options.file.empty()) return usageError("no FILE given (see --help)");
+
+    gCurrentFile = p.options.file;
+    zirk_log_set_assert_hook(&onFatalCheck, nullptr);
+    p.doc["file"] = p.options.file;
+    if ((exitCode = openFile(p)) != kExitOk) return exitCode;
+    p.started = nowSeconds();
+    if ((exitCode = chooseExtractor(p)) != kExitOk) return exitCode;
+    if ((exitCode = selectTracks(p)) != kExitOk) return exitCode;
+    printHeader(p);
+    std::vector<std::unique_ptr<TrackReader>> readers = probeTracks(p);
+    return finish(p, readers);
 }

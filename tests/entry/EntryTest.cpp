@@ -1,8 +1,16 @@
-// The factory's dispatch and the sniffers' order, with the containers of this
-// build. RealMedia is absent here (see RealMediaBridgeTest for the bridge).
+// The factory's dispatch and the sniffers' order, driven by the container
+// registry, with the containers of this build. RealMedia is absent here (see
+// RealMediaBridgeTest for the bridge).
 #include <ctype.h>
+#include <string.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
+#include <map>
+#include <set>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -11,6 +19,7 @@
 #include "LogCapture.h"
 #include "TestDataSources.h"
 #include "avi/ZIRKAVIExtractor.h"
+#include "entry/ZIRKContainerRegistry.h"
 #include "entry/ZIRKExtractorEntry.h"
 #include "flv/ZIRKFLVExtractor.h"
 
@@ -41,45 +50,78 @@ Built kindOf(MediaExtractor* e) {
     return Built::kNothing;
 }
 
-TEST(EntryTest, FactoryMatchesContainerTypesIgnoringCase) {
+// What each registered container's factory builds here: ASF and MOV are not
+// in this build, and RealMedia's library is absent from this test's process.
+Built builtFor(const ZIRKContainerInfo& c) {
+    if (!strcmp(c.name, "AVI")) return Built::kAVI;
+    if (!strcmp(c.name, "FLV")) return Built::kFLV;
+    return Built::kNothing;
+}
+
+TEST(EntryTest, FactoryTakesEveryRegisteredTypeIgnoringCase) {
     sp<DataSource> source = new MemorySource(std::vector<uint8_t>(16, 0));
-    struct Row {
-        std::string mime;
-        Built want;
-    } rows[] = {
-        {MEDIA_MIMETYPE_CONTAINER_AVI, Built::kAVI},
-        {upper(MEDIA_MIMETYPE_CONTAINER_AVI), Built::kAVI},
-        {mixed(MEDIA_MIMETYPE_CONTAINER_AVI), Built::kAVI},
-        {MEDIA_MIMETYPE_CONTAINER_FLV, Built::kFLV},
-        {upper(MEDIA_MIMETYPE_CONTAINER_FLV), Built::kFLV},
-        // ASF (and WMA, which goes to the same demultiplexer) and MOV are
-        // not in this build: the factory makes nothing for them.
-        {MEDIA_MIMETYPE_CONTAINER_ASF, Built::kNothing},
-        {MEDIA_MIMETYPE_CONTAINER_WMA, Built::kNothing},
-        {MEDIA_MIMETYPE_CONTAINER_MOV, Built::kNothing},
-        // Exact strings only: no prefix or substring matches.
-        {std::string(MEDIA_MIMETYPE_CONTAINER_AVI) + " ", Built::kNothing},
-        {"video/x-unknown", Built::kNothing},
-        {"", Built::kNothing},
-    };
-    for (const Row& row : rows) {
-        sp<MediaExtractor> e = getInstance(source, row.mime.c_str());
-        EXPECT_EQ(kindOf(e.get()), row.want) << "for '" << row.mime << "'";
+    for (const ZIRKContainerInfo& c : kZIRKContainers) {
+        for (size_t i = 0; i < ZIRKContainerInfo::kMaxListed && c.mimeTypes[i] != nullptr; ++i) {
+            for (const std::string& mime : {std::string(*c.mimeTypes[i]), upper(*c.mimeTypes[i]),
+                                            mixed(*c.mimeTypes[i])}) {
+                sp<MediaExtractor> e = getInstance(source, mime.c_str());
+                EXPECT_EQ(kindOf(e.get()), builtFor(c)) << "for '" << mime << "'";
+            }
+        }
+    }
+    // Exact strings only: no prefix or substring matches.
+    for (const std::string& mime : {std::string(MEDIA_MIMETYPE_CONTAINER_AVI) + " ",
+                                    std::string("video/x-unknown"), std::string()}) {
+        EXPECT_EQ(getInstance(source, mime.c_str()), nullptr) << "for '" << mime << "'";
     }
     EXPECT_EQ(getInstance(source, nullptr), nullptr);
 }
 
-struct SniffCase {
-    const char* file;
-    const char* mime;
-    float confidence;
-};
+TEST(EntryTest, RegistryKeepsTheSniffOrderAndDistinctNames) {
+    // The platform's order: ASF, AVI, MOV, FLV, then RealMedia.
+    const char* const order[] = {MEDIA_MIMETYPE_CONTAINER_ASF, MEDIA_MIMETYPE_CONTAINER_AVI,
+                                 MEDIA_MIMETYPE_CONTAINER_MOV, MEDIA_MIMETYPE_CONTAINER_FLV,
+                                 MEDIA_MIMETYPE_CONTAINER_REALMEDIA};
+    ASSERT_EQ(kZIRKContainerCount, std::size(order));
+    // A MIME type, --container name or extension in two rows would make the
+    // later row unreachable through it.
+    std::set<std::string> seen;
+    for (size_t row = 0; row < kZIRKContainerCount; ++row) {
+        const ZIRKContainerInfo& c = kZIRKContainers[row];
+        EXPECT_STREQ(c.mimeType(), order[row]);
+        auto once = [&](const char* kind, const char* text) {
+            if (text != nullptr) {
+                EXPECT_TRUE(seen.insert(kind + upper(text)).second) << kind << text << " in " << c.name;
+            }
+        };
+        for (size_t i = 0; i < ZIRKContainerInfo::kMaxListed; ++i) {
+            once("MIME type ", c.mimeTypes[i] ? *c.mimeTypes[i] : nullptr);
+            once("--container ", c.cliNames[i]);
+            once("extension ", c.extensions[i]);
+        }
+    }
+}
 
-class EntrySniffTest : public ::testing::TestWithParam<SniffCase> {};
+// Every bundled file with a registered extension: claimed by its container's
+// sniffer when that demultiplexer is built, by none while it is pending.
+class EntrySniffTest : public ::testing::TestWithParam<std::string> {};
+
+std::vector<std::string> registeredFiles() {
+    std::vector<std::string> files;
+    for (const auto& entry : std::filesystem::directory_iterator(test::testdataPath(""))) {
+        std::string ext = entry.path().extension().string();
+        if (!ext.empty() && ZIRKContainerForExtension(ext.c_str() + 1)) files.push_back(entry.path().filename());
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+}
 
 TEST_P(EntrySniffTest, RealFilesAreClaimedByTheirSniffer) {
-    const SniffCase& c = GetParam();
-    sp<DataSource> source = new MemorySource(test::readFileBytes(test::testdataPath(c.file)));
+    const std::string file = GetParam();
+    const ZIRKContainerInfo& c = *ZIRKContainerForExtension(file.substr(file.rfind('.') + 1).c_str());
+    // The confidence each sniffer reports, as the platform's did.
+    const std::map<std::string, float> kConfidence = {{"AVI", 0.21f}, {"FLV", 0.71f}};
+    sp<DataSource> source = new MemorySource(test::readFileBytes(test::testdataPath(file)));
     String8 mime;
     float confidence = 0;
     // A caller's meta with an entry of its own: neither the AVI nor the FLV
@@ -87,9 +129,14 @@ TEST_P(EntrySniffTest, RealFilesAreClaimedByTheirSniffer) {
     sp<AMessage> meta = new AMessage;
     meta->setInt32("caller", 7);
     sp<AMessage> before = meta;
-    ASSERT_TRUE(sniffZIRKExtractor(source, &mime, &confidence, &meta));
-    EXPECT_STREQ(mime.c_str(), c.mime);
-    EXPECT_FLOAT_EQ(confidence, c.confidence);
+    const bool claimed = sniffZIRKExtractor(source, &mime, &confidence, &meta);
+    if (builtFor(c) == Built::kNothing) {
+        EXPECT_FALSE(claimed) << "claimed as " << mime.c_str();
+        return;
+    }
+    ASSERT_TRUE(claimed);
+    EXPECT_STREQ(mime.c_str(), c.mimeType());
+    EXPECT_FLOAT_EQ(confidence, kConfidence.at(c.name));
     EXPECT_EQ(meta, before);
     EXPECT_EQ(meta->countEntries(), 1u);
     sp<MediaExtractor> extractor = getInstance(source, mime.c_str());
@@ -97,9 +144,10 @@ TEST_P(EntrySniffTest, RealFilesAreClaimedByTheirSniffer) {
     EXPECT_GT(extractor->countTracks(), 0u);
 }
 
-INSTANTIATE_TEST_SUITE_P(Containers, EntrySniffTest,
-                         ::testing::Values(SniffCase{"avi_xvid_mp3.avi", "video/avi", 0.21f},
-                                           SniffCase{"flv_h264_aac.flv", "video/x-flv", 0.71f}));
+INSTANTIATE_TEST_SUITE_P(Containers, EntrySniffTest, ::testing::ValuesIn(registeredFiles()),
+                         [](const ::testing::TestParamInfo<std::string>& info) {
+                             return test::testNameFor(info.param);
+                         });
 
 TEST(EntryTest, AviIsTriedBeforeFlv) {
     // "RIFF....AVI " with "FLV" further on: the AVI sniffer answers first.

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# zirk-probe's command-line contract: exit codes, messages and the JSON shape
-# that scripts depend on. Usage: probe_cli_test.sh PROBE TESTDATA_DIR
+# zirk-probe's command-line contract: exit codes, messages, option parsing and
+# the output that scripts depend on. Usage: probe_cli_test.sh PROBE TESTDATA_DIR
 set -uo pipefail
 probe=$1
 data=$2
@@ -9,48 +9,86 @@ trap 'rm -rf "$tmp"' EXIT
 passed=0
 failed=0
 
-# expect NAME WANT_EXIT GREP_PATTERN -- ARGS...: runs the probe, checks the exit
-# code and that stdout+stderr match the pattern.
+# expect NAME WANT_EXIT PATTERN -- ARGS...: runs the probe and checks the exit
+# code, that stdout+stderr match the pattern, and that a usage error (1) comes
+# before anything is printed on stdout.
 expect() {
-  local name=$1 want=$2 pattern=$3
+  local name=$1 want=$2 pattern=$3 why=
   shift 4
-  "$probe" "$@" >"$tmp/out" 2>&1
+  "$probe" "$@" >"$tmp/out" 2>"$tmp/err"
   local got=$?
   if [[ $got -ne $want ]]; then
-    echo "FAIL $name: exit $got, wanted $want"; sed 's/^/    /' "$tmp/out" | head -20; failed=$((failed + 1)); return
+    why="exit $got, wanted $want"
+  elif [[ -n $pattern ]] && ! cat "$tmp/out" "$tmp/err" | grep -qE -- "$pattern"; then
+    why="output lacks /$pattern/"
+  elif [[ $want -eq 1 && -s $tmp/out ]]; then
+    why="printed on stdout before the usage error"
   fi
-  if [[ -n $pattern ]] && ! grep -qE -- "$pattern" "$tmp/out"; then
-    echo "FAIL $name: output lacks /$pattern/"; sed 's/^/    /' "$tmp/out" | head -20; failed=$((failed + 1)); return
+  if [[ -n $why ]]; then
+    echo "FAIL $name: $why"; cat "$tmp/out" "$tmp/err" | head -20 | sed 's/^/    /'; failed=$((failed + 1))
+  else
+    echo "ok   $name"; passed=$((passed + 1))
   fi
-  echo "ok   $name"; passed=$((passed + 1))
 }
 
 printf 'just some text, not media\n%.0s' {1..100} >"$tmp/text.txt"
 : >"$tmp/empty.bin"
+printf 'FLV\x01\x05\x00\x00\x00\x09\x00\x00\x00\x00' >"$tmp/no-tracks.flv"
+# The last video chunk's header (at 73670, after "00dc") claims 64 KiB, more
+# than the track's buffers hold: reading it fails with ERROR_MALFORMED.
+cp "$data/avi_mjpeg_pcm8.avi" "$tmp/bad-chunk.avi"
+[[ $(dd if="$tmp/bad-chunk.avi" bs=1 skip=73670 count=4 status=none) == 00dc ]] ||
+  { echo "FAIL bad-chunk: the chunk is no longer at 73670"; failed=$((failed + 1)); }
+printf '\x00\x00\x01\x00' | dd of="$tmp/bad-chunk.avi" bs=1 seek=73674 conv=notrunc status=none
+flv=$data/flv_h264_aac.flv
+h263=$data/flv_h263_mp3.flv
 
-expect version 0 '^zirk-probe [0-9]' -- --version
-expect version-lists-containers 0 '^flv: ' -- --version
-expect help 0 'Usage' -- --help
-expect no-file 1 'no FILE' --
-expect unreadable 2 "cannot read '$tmp/missing'" -- "$tmp/missing"
-expect directory 2 'cannot read' -- "$tmp"
-expect not-media 3 'not a container this library recognises' -- "$tmp/text.txt"
-expect empty-file 3 'not a container' -- "$tmp/empty.bin"
-expect unknown-container 3 'no extractor' -- "$tmp/text.txt" --container video/x-nothing
-expect bad-seek-mode 1 'unknown seek mode' -- "$tmp/text.txt" --seek 100:sideways
-expect bad-seek-time 1 'microseconds' -- "$tmp/text.txt" --seek abc
-expect bad-prop 1 'bad --prop' -- "$tmp/text.txt" --prop novalue
-expect bad-log-level 1 'unknown log level' -- "$tmp/text.txt" --log-level loud
-expect json-on-unrecognised 3 '"sniff": null' -- "$tmp/text.txt" --json
-
-# Once a container is in the build, a bundled sample must probe and read.
-if "$probe" --version | grep -q '^flv: QVX'; then
-  expect flv-probe 0 'video/x-flv' -- "$data/flv_h264_aac.flv"
-  expect flv-json-shape 0 '"end": "ERROR_END_OF_STREAM"' -- "$data/flv_h264_aac.flv" --samples --json
-  expect flv-count 0 '"end": "COUNT_REACHED"' -- "$data/flv_h264_aac.flv" --samples --json --count 3
-  expect flv-forced-container 0 '"sniff": null' -- "$data/flv_h264_aac.flv" --container FLV --json
-  expect flv-bad-track 1 'no track 7' -- "$data/flv_h264_aac.flv" --track 7
-  expect flv-quiet 0 '^samples=[0-9]+ bytes=[0-9]+ seconds=' -- "$data/flv_h264_aac.flv" --samples --quiet
+# name                  exit  pattern                                       args
+expect version             0 '^zirk-probe [0-9]'                              -- --version
+expect version-containers  0 '^flv: QVX'                                      -- --version
+expect help-exit-codes     0 '^  5  samples were read'                        -- --help
+expect no-file             1 'no FILE'                                        --
+expect unknown-option      1 "unknown option '--bogus'"                       -- --bogus "$flv"
+expect two-files           1 "one FILE only, got '1'"                         -- --track 0 1 "$flv"
+expect track-negative      1 "--track wants a track number"                   -- --track -1 "$flv"
+expect track-out-of-range  1 'no track 7 \(the file has 2: 0 to 1\)'          -- "$flv" --track 7
+expect count-negative      1 '--count wants a number of buffers \(0 or more\)' -- "$flv" --count -1
+expect container-unknown   1 "unknown --container 'x' \(asf, .*flv"           -- "$flv" --container x
+expect seek-mode           1 "unknown seek mode 'sideways' \(prev, next"       -- "$flv" --seek 100:sideways
+expect seek-time           1 'microseconds \(0 or more\)'                     -- "$flv" --seek -5
+expect log-level           1 "unknown log level 'loud' \(debug"               -- "$flv" --log-level loud
+expect cache-value         1 '--cache wants on or off'                        -- "$flv" --cache maybe
+expect prop-malformed      1 'bad --prop'                                     -- "$flv" --prop novalue
+expect missing             2 "cannot read '.*': No such file"                 -- "$tmp/missing"
+expect directory           2 'is not a regular file'                          -- "$tmp"
+expect not-media           3 'not a container this library recognises'        -- "$tmp/text.txt"
+expect empty-file          3 'not a container'                                -- "$tmp/empty.bin"
+expect json-unrecognised   3 '"sniff": null'                                  -- "$tmp/text.txt" --json
+expect iso-media-hint      3 'ISO media file.*try --container mov'            -- "$data/aac_mono_44100.m4a"
+expect pending-container   3 "no extractor for container type 'video/quick"    -- "$flv" --container mp4
+expect no-tracks           4 'no tracks this library can read'                -- "$tmp/no-tracks.flv"
+expect track-error         5 'track 0: read failed: ERROR_MALFORMED'          -- "$tmp/bad-chunk.avi" --quiet
+expect track-error-json    5 '"end": "ERROR_MALFORMED"'                       -- "$tmp/bad-chunk.avi" --json --samples
+# Repeatable options take one value each and never the file.
+expect track-before-file   0 '^track 0:'                                      -- --track 0 "$flv"
+expect prop-before-file    0 '^tracks: 2$'                                    -- --prop some.key=1 "$flv"
+expect tracks-after-file   0 '^track 1:'                                      -- "$flv" --track 0 --track 1
+# --prop reaches the library: the file's H.263 track is hidden.
+expect prop-sorenson-off   0 '^tracks: 1$'                        -- --prop debug.media.disableFlvSorensen=1 "$h263"
+expect sorenson-default    0 'video/x-sorenson-spark'                         -- "$h263"
+# A track's format is what its source reports (the AVI source adds '263A').
+expect source-format       0 '\[263A\]'                                       -- "$data/avi_h263_alaw.avi"
+expect text-samples        0 '^  end: end of stream after 50 samples$'        -- "$flv" --samples --track 0
+expect seek-implies-read   0 '^ +0 time_us=1000000 size=[0-9]+ sync=1'        -- "$flv" --seek 1000000:prev --track 0 --count 1
+expect count-json          0 '"end": "COUNT_REACHED"'                         -- "$flv" --json --count 3
+expect json-end-of-stream  0 '"end": "ERROR_END_OF_STREAM"'                   -- "$flv" --samples --json
+expect forced-container    0 '"sniff": null'                                  -- "$flv" --container FLV --json
+expect cache-off-quiet     0 '^samples=[0-9]+ bytes=[0-9]+ seconds='          -- "$flv" --cache off --quiet
+# The plain file source reads what the caching one reads.
+if cmp -s <("$probe" "$flv" --samples --json --cache off) <("$probe" "$flv" --samples --json); then
+  echo "ok   cache-off-same-samples"; passed=$((passed + 1))
+else
+  echo "FAIL cache-off-same-samples"; failed=$((failed + 1))
 fi
 
 echo "$passed passed, $failed failed"
