@@ -3,10 +3,10 @@
 #include <stdio.h>
 #include <string.h>
 
-#include <mutex>
-#include <map>
 #include <stdlib.h>
-#include <vector>
+
+#include <map>
+#include <mutex>
 
 #include <log/log.h>
 #include <log/log_host.h>
@@ -81,9 +81,10 @@ void printCheckSummary() {
     }
 }
 
-void readAll(const sp<MediaSource>& source, const MediaSource::ReadOptions* firstOptions,
-             size_t maxReads) {
+// Returns the buffers read before the first failure.
+int readAll(const sp<MediaSource>& source, const MediaSource::ReadOptions* firstOptions, size_t maxReads) {
     const MediaSource::ReadOptions* options = firstOptions;
+    int buffers = 0;
     for (size_t i = 0; i < maxReads; ++i) {
         MediaBuffer* buffer = nullptr;
         status_t err = source->read(&buffer, options);
@@ -97,19 +98,23 @@ void readAll(const sp<MediaSource>& source, const MediaSource::ReadOptions* firs
             buffer->release();
         }
         if (err != OK) break;
+        ++buffers;
     }
+    return buffers;
 }
 
-void exercise(const sp<MediaExtractor>& extractor) {
+void exercise(const sp<MediaExtractor>& extractor, RunOutcome* outcome) {
     sp<MetaData> fileMeta = extractor->getMetaData();
-    size_t count = extractor->countTracks();
-    for (size_t i = 0; i < count; ++i) {
+    outcome->tracks = extractor->countTracks();
+    for (size_t i = 0; i < outcome->tracks; ++i) {
         sp<MetaData> format = extractor->getTrackMetaData(i, 0);
         sp<MediaSource> source = extractor->getTrack(i);
-        if (source == nullptr) continue;
-        if (source->start() != OK) continue;
+        if (source == nullptr || source->start() != OK) {
+            outcome->samples.push_back(-1);
+            continue;
+        }
         sp<MetaData> sourceFormat = source->getFormat();
-        readAll(source, nullptr, kMaxReadsFirstPass);
+        outcome->samples.push_back(readAll(source, nullptr, kMaxReadsFirstPass));
         for (int mode = MediaSource::ReadOptions::SEEK_PREVIOUS_SYNC;
              mode <= MediaSource::ReadOptions::SEEK_CLOSEST; ++mode) {
             for (int64_t t : kSeekTimesUs) {
@@ -164,15 +169,21 @@ int runSniffAndCreate(const uint8_t* data, size_t size) {
 }
 
 int runExtractor(const uint8_t* data, size_t size, const char* containerMime) {
+    runExtractor(new FuzzSource(data, size), containerMime);
+    return 0;
+}
+
+RunOutcome runExtractor(const sp<DataSource>& source, const char* containerMime) {
     initHarness();
+    RunOutcome outcome;
     try {
-        sp<DataSource> source = new FuzzSource(data, size);
         sp<MediaExtractor> extractor = getInstance(source, containerMime);
-        if (extractor != nullptr) exercise(extractor);
+        if (extractor != nullptr) exercise(extractor, &outcome);
     } catch (const FatalCheck& check) {
         noteFatalCheck(check);
+        outcome.fatal = check.message;
     }
-    return 0;
+    return outcome;
 }
 
 }  // namespace fuzz

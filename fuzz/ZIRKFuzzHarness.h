@@ -15,6 +15,9 @@
 #include <stdint.h>
 
 #include <string>
+#include <vector>
+
+#include <media/stagefright/DataSource.h>
 
 namespace android {
 namespace fuzz {
@@ -37,6 +40,16 @@ int runSniffAndCreate(const uint8_t* data, size_t size);
 // reads every track to the end, then seeks in each of the four modes and
 // reads again.
 int runExtractor(const uint8_t* data, size_t size, const char* containerMime);
+
+// The same over any source, with what it found: the tracks, the buffers
+// each track's first pass read (-1: the track did not start), and the fatal
+// check that ended the run, if one did.
+struct RunOutcome {
+    size_t tracks = 0;
+    std::vector<int> samples;
+    std::string fatal;
+};
+RunOutcome runExtractor(const sp<DataSource>& source, const char* containerMime);
 
 }  // namespace fuzz
 }  // namespace android

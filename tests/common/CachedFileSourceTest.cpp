@@ -85,10 +85,10 @@ void expectSameReads(const sp<DataSource>& plain, const sp<DataSource>& cached, 
     }
 }
 
-class CachedFileSourceTest : public ::testing::TestWithParam<test::MediaFile> {};
-
-TEST_P(CachedFileSourceTest, ReadsEqualPlainPread) {
-    const std::string path = test::testdataPath(GetParam().name);
+// The sizes agree, and so do the reads of one reader or (`concurrent`) of
+// more readers than windows at once, so that windows are refilled under
+// readers.
+void expectExactReads(const std::string& path, const std::string& name, bool concurrent) {
     sp<DataSource> plain = new FileSource(path.c_str());
     sp<DataSource> cached = new ZIRKCachedFileSource(path.c_str());
     ASSERT_EQ(cached->initCheck(), OK);
@@ -96,30 +96,25 @@ TEST_P(CachedFileSourceTest, ReadsEqualPlainPread) {
     ASSERT_EQ(plain->getSize(&size), OK);
     ASSERT_EQ(cached->getSize(&cachedSize), OK);
     ASSERT_EQ(size, cachedSize);
-    expectSameReads(plain, cached, static_cast<size_t>(size), 1, GetParam().name);
-}
-
-TEST_P(CachedFileSourceTest, ConcurrentReadersStayExact) {
-    const std::string path = test::testdataPath(GetParam().name);
-    sp<DataSource> plain = new FileSource(path.c_str());
-    sp<DataSource> cached = new ZIRKCachedFileSource(path.c_str());
-    off64_t size = 0;
-    ASSERT_EQ(plain->getSize(&size), OK);
-    // More threads than windows, so that windows are refilled under readers.
-    const int kThreads = static_cast<int>(ZIRKCachedFileSource::kWindowCount) + 2;
+    if (!concurrent) return expectSameReads(plain, cached, static_cast<size_t>(size), 1, name);
     std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&, t] {
-            expectSameReads(plain, cached, static_cast<size_t>(size), 100 + t, GetParam().name);
-        });
+    for (uint32_t t = 0; t < ZIRKCachedFileSource::kWindowCount + 2; ++t) {
+        threads.emplace_back([&, t] { expectSameReads(plain, cached, static_cast<size_t>(size), 100 + t, name); });
     }
     for (std::thread& t : threads) t.join();
 }
 
-INSTANTIATE_TEST_SUITE_P(RealFiles, CachedFileSourceTest, ::testing::ValuesIn(test::mediaTestFiles()),
-                         [](const ::testing::TestParamInfo<test::MediaFile>& info) {
-                             return test::testNameFor(info.param.name);
-                         });
+class CachedFileSourceTest : public ::testing::TestWithParam<test::MediaFile> {};
+
+TEST_P(CachedFileSourceTest, ReadsEqualPlainPread) {
+    expectExactReads(test::testdataPath(GetParam().name), GetParam().name, false);
+}
+
+TEST_P(CachedFileSourceTest, ConcurrentReadersStayExact) {
+    expectExactReads(test::testdataPath(GetParam().name), GetParam().name, true);
+}
+
+INSTANTIATE_TEST_SUITE_P(RealFiles, CachedFileSourceTest, ::testing::ValuesIn(test::mediaTestFiles()), test::MediaFileName());
 
 // The real files fit in one window; this one spans several, so reads cross
 // window edges and windows are evicted while readers run.
@@ -133,16 +128,8 @@ TEST(CachedFileSourceLargeTest, ReadsAcrossWindowsEqualPlainPread) {
     ASSERT_GE(fd, 0);
     ASSERT_EQ(write(fd, bytes.data(), size), static_cast<ssize_t>(size));
     close(fd);
-    {
-        sp<DataSource> plain = new FileSource(path);
-        sp<DataSource> cached = new ZIRKCachedFileSource(path);
-        expectSameReads(plain, cached, size, 3, "large");
-        std::vector<std::thread> threads;
-        for (int t = 0; t < 6; ++t) {
-            threads.emplace_back([&, t] { expectSameReads(plain, cached, size, 200 + t, "large"); });
-        }
-        for (std::thread& t : threads) t.join();
-    }
+    expectExactReads(path, "large", false);
+    expectExactReads(path, "large", true);
     unlink(path);
 }
 

@@ -19,7 +19,6 @@ using namespace android::test;
 namespace {
 
 typedef FLVBuilder B;
-typedef std::vector<uint8_t> Bytes;
 typedef MediaSource::ReadOptions RO;
 
 sp<MediaSource> startTrack(const sp<ZIRKFLVExtractor>& extractor, size_t index) {
@@ -27,7 +26,7 @@ sp<MediaSource> startTrack(const sp<ZIRKFLVExtractor>& extractor, size_t index) 
     if (source != nullptr) { EXPECT_EQ(source->start(), OK); }
     return source;
 }
-std::vector<Sample> readTrack(const Bytes& file, size_t index = 0) { return readAll(startTrack(openFLV(file), index)); }
+std::vector<Sample> readFile(const Bytes& file, size_t index = 0) { return readAll(startTrack(openFLV(file), index)); }
 
 // Sorenson frames every 250 ms, key frames on the second, 0 .. `seconds` + 0.5.
 B keyFramesEverySecond(int seconds) {
@@ -63,8 +62,8 @@ TEST(FLVReadTest, PayloadsFlagsAndRestart) {
     ASSERT_EQ(extractor->countTracks(), 2u);
     std::vector<Sample> video = readAll(startTrack(extractor, 0));
     ASSERT_EQ(video.size(), 2u);
-    EXPECT_TRUE(video[0].data == Bytes(30, 7) && video[0].sync);
-    EXPECT_TRUE(video[1].data == Bytes({4, 5}) && !video[1].sync && video[1].timeUs == 40000);
+    EXPECT_TRUE(video[0].data == Bytes(30, 7) && video[0].sync == 1);
+    EXPECT_TRUE(video[1].data == Bytes({4, 5}) && video[1].sync != 1 && video[1].timeUs == 40000);
     sp<MediaSource> audio = startTrack(extractor, 1);
     EXPECT_EQ(audio->getFormat(), extractor->getTrackMetaData(1));
     int64_t duration = 0;
@@ -77,16 +76,16 @@ TEST(FLVReadTest, PayloadsFlagsAndRestart) {
     EXPECT_EQ(audio->stop(), OK);
     EXPECT_EQ(audio->start(), OK);
     ASSERT_EQ(readSample(audio, &s), OK);
-    EXPECT_TRUE(s.data == Bytes({1, 2, 3}) && !s.sync && s.timeUs == 23000);
+    EXPECT_TRUE(s.data == Bytes({1, 2, 3}) && s.sync != 1 && s.timeUs == 23000);
 }
 
 // A repeated time: the later tag replaces the earlier one in the table.
 TEST(FLVReadTest, DuplicateTimestampKeepsTheLaterTag) {
-    std::vector<Sample> video = readTrack(B().header().video(0, B::kKey, B::kSorenson, Bytes(20, 1))
+    std::vector<Sample> video = readFile(B().header().video(0, B::kKey, B::kSorenson, Bytes(20, 1))
                                                   .video(40, B::kInter, B::kSorenson, Bytes(20, 2))
                                                   .video(40, B::kKey, B::kSorenson, Bytes(20, 3)).bytes());
     ASSERT_EQ(video.size(), 2u);
-    EXPECT_TRUE(video[1].data == Bytes(20, 3) && video[1].sync);
+    EXPECT_TRUE(video[1].data == Bytes(20, 3) && video[1].sync == 1);
 }
 
 // A file changed or cut after the scan: the read fails without moving on.
@@ -94,7 +93,7 @@ TEST(FLVReadTest, TagsChangedAfterTheScanFailTheRead) {
     B b;
     b.header().video(0, B::kKey, B::kSorenson, Bytes(99, 1)).video(40, B::kInter, B::kSorenson, Bytes(40, 2));
     const size_t second = b.tagOffset(1);
-    sp<MutableSource> file = new MutableSource(b.bytes());
+    sp<FaultySource> file = new FaultySource(b.bytes(), FaultySource::kNone, 0);
     sp<MediaSource> source = startTrack(new ZIRKFLVExtractor(file), 0);
     Sample s;
     ASSERT_EQ(readSample(source, &s), OK);
@@ -102,38 +101,31 @@ TEST(FLVReadTest, TagsChangedAfterTheScanFailTheRead) {
     file->poke(second + 1, 0x10);  // dataSize 1 MiB + 41: larger than the buffer
     EXPECT_EQ(readSample(source, &s), ERROR_MALFORMED);
     file->poke(second + 1, 0);
-    file->truncate(second + 30);
+    file->setFault(FaultySource::kShortRead, second + 30);
     EXPECT_EQ(readSample(source, &s), ERROR_IO);
     EXPECT_TRUE(logs.contains("video_loadOneTagData() fails with -1004", ANDROID_LOG_ERROR));
-    file->truncate(SIZE_MAX);
+    file->setFault(FaultySource::kNone, 0);
     ASSERT_EQ(readSample(source, &s), OK);
     EXPECT_EQ(s.data, Bytes(40, 2));
 }
 
 // Length prefixes of 1..4 bytes become start codes; the range keeps the
-// tag's NAL size, so shorter lengths write further than the range.
-TEST(FLVAVCTest, LengthPrefixesOfEverySizeBecomeStartCodes) {
+// tag's NAL size, so shorter lengths write further than the range. Without
+// 'avcC' (0): one start code before the data, the range cut 4 short.
+TEST(FLVAVCTest, LengthPrefixesBecomeStartCodes) {
     const std::vector<Bytes> units = {{0x65, 1, 2, 3, 4, 5}, {}, {0x41, 9}};
     Bytes expected;
-    for (const Bytes& u : units) expected = B::cat(B::cat(expected, {0, 0, 0, 1}), u);
-    for (size_t n = 1; n <= 4; ++n) {
+    for (const Bytes& u : units) expected = cat({expected, {0, 0, 0, 1}, u});
+    for (size_t n = 0; n <= 4; ++n) {
         SCOPED_TRACE(n);
-        const Bytes avcc = B::avcc(n), nal = B::lengthPrefixed(n, units);
-        std::vector<Sample> v = readTrack(avcFile(&avcc, nal).bytes());
+        const Bytes avcc = B::avcc(n), nal = n ? B::lengthPrefixed(n, units) : Bytes{0, 0, 0, 2, 0x65, 7};
+        const Bytes written = n ? expected : cat({{0, 0, 0, 1}, nal});
+        std::vector<Sample> v = readFile(avcFile(n ? &avcc : nullptr, nal).bytes());
         ASSERT_EQ(v.size(), 2u);
-        EXPECT_EQ(v[1].data.size(), nal.size());
-        ASSERT_GE(v[1].written.size(), expected.size());
-        EXPECT_EQ(Bytes(v[1].written.begin(), v[1].written.begin() + expected.size()), expected);
+        ASSERT_GE(v[1].written.size(), written.size());
+        EXPECT_EQ(Bytes(v[1].written.begin(), v[1].written.begin() + written.size()), written);
+        EXPECT_EQ(v[1].data, Bytes(v[1].written.begin(), v[1].written.begin() + nal.size()));
     }
-}
-
-// Without 'avcC': one start code before the data, the range cut 4 short.
-TEST(FLVAVCTest, WithoutConfigurationOneStartCodeAndDataCutFourShort) {
-    const Bytes nal = {0, 0, 0, 2, 0x65, 7};
-    std::vector<Sample> v = readTrack(avcFile(nullptr, nal).bytes());
-    ASSERT_EQ(v.size(), 2u);
-    EXPECT_EQ(v[1].data, Bytes({0, 0, 0, 1, 0, 0}));
-    EXPECT_EQ(Bytes(v[1].written.begin(), v[1].written.begin() + 10), B::cat({0, 0, 0, 1}, nal));
 }
 
 // 1-byte lengths of empty units grow 4x: the read fails, and is retried.
@@ -197,8 +189,8 @@ void readEverything(const Bytes& bytes) {
 }
 
 // Opens `b`, starts track 0, then changes the file and reads once.
-void readAfter(const B& b, const std::function<void(MutableSource*)>& change, const RO* options = nullptr) {
-    sp<MutableSource> file = new MutableSource(b.bytes());
+void readAfter(const B& b, const std::function<void(FaultySource*)>& change, const RO* options = nullptr) {
+    sp<FaultySource> file = new FaultySource(b.bytes(), FaultySource::kNone, 0);
     sp<MediaSource> source = startTrack(new ZIRKFLVExtractor(file), 0);
     change(file.get());
     Sample s;
@@ -237,25 +229,25 @@ INSTANTIATE_TEST_SUITE_P(
                 DeathCase{"AACWith8BitSamples", [] { readEverything(B().header().aac(0, 1, Bytes(20, 0), 0xAD).bytes()); },
                           "CHECK_EQ( tagHeaderReader.getBits(1),1) failed: 0 vs. 1"},
                 DeathCase{"StreamIdChangedAfterScan",
-                          [] { readAfter(kOneSecond, [](MutableSource* f) { f->poke(kOneSecond.tagOffset(0) + 10, 1); }); },
+                          [] { readAfter(kOneSecond, [](FaultySource* f) { f->poke(kOneSecond.tagOffset(0) + 10, 1); }); },
                           "CHECK_EQ( tagHeaderReader.getBits(24),0) failed: 1 vs. 0"},
                 DeathCase{"TagTypeChangedAfterScan",
-                          [] { readAfter(kOneSecond, [](MutableSource* f) { f->poke(kOneSecond.tagOffset(0), 18); }); },
+                          [] { readAfter(kOneSecond, [](FaultySource* f) { f->poke(kOneSecond.tagOffset(0), 18); }); },
                           "CHECK((tagType == FLV_TAG_TYPE_AUDIO) || (tagType == FLV_TAG_TYPE_VIDEO)) failed."},
                 DeathCase{"SequenceHeaderAtReadTime",
                           [] {
                               B b = avcFile(&kAvcc4, {});
-                              readAfter(b, [&](MutableSource* f) { f->poke(b.tagOffset(1) + 12, 0); });
+                              readAfter(b, [&](FaultySource* f) { f->poke(b.tagOffset(1) + 12, 0); });
                           },
                           "CHECK_NE( avcPackType,0) failed: 0 vs. 0"},
                 DeathCase{"PreloadCutShort",
-                          [] { readAfter(kOneSecond, [](MutableSource* f) { f->truncate(kOneSecond.tagOffset(0) + 5); }); },
+                          [] { readAfter(kOneSecond, [](FaultySource* f) { f->setFault(FaultySource::kShortRead, kOneSecond.tagOffset(0) + 5); }); },
                           "CHECK_EQ( mDataSource->readAt(offset, pBuffer->data(), preLoadLen),preLoadLen) failed: 5 vs. 13"},
                 DeathCase{"UnexpectedSeekMode",
                           [] {
                               RO options;
                               options.setSeekTo(1500000, static_cast<RO::SeekMode>(7));
-                              readAfter(keyFramesEverySecond(3), [](MutableSource*) {}, &options);
+                              readAfter(keyFramesEverySecond(3), [](FaultySource*) {}, &options);
                           },
                           "CHECK(false) failed."},
                 DeathCase{"StartTwice", [] { startTrack(openFLV(kOneSecond.bytes()), 0)->start(); }, "CHECK(!mStarted) failed."},

@@ -6,7 +6,6 @@
 #include <string.h>
 
 #include <algorithm>
-#include <fstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -17,39 +16,22 @@
 #include <media/stagefright/foundation/avc_utils.h>
 
 #include "TestDataSources.h"
+#include "TrackReader.h"
 
 using namespace android;
-using android::test::readFileBytes;
-using android::test::testdataPath;
+using namespace android::test;
 
 namespace {
 
-typedef std::vector<uint8_t> Bytes;
-
-Bytes cat(std::initializer_list<Bytes> parts) { return android::test::concatBytes(parts); }
-
-Bytes hex(const std::string& h) { return android::test::hexBytes(h); }
-
 Bytes prefix(const Bytes& b, size_t n) { return Bytes(b.begin(), b.begin() + n); }
 
-// The "size" column of an ffprobe packets CSV.
-std::vector<size_t> packetSizes(const std::string& csvName) {
-    std::ifstream in(testdataPath(csvName));
-    std::vector<size_t> sizes;
-    for (std::string line; std::getline(in, line);) {
-        if (line[0] != '#') sizes.push_back(std::stoul(line.substr(line.rfind(',', line.rfind(',') - 1) + 1)));
-    }
-    return sizes;
-}
-
-// Payloads of the first `maxChunks` '00dc' chunks of an AVI's movi list.
+// Payloads of the first `maxChunks` non-empty '00dc' chunks of an AVI, by its idx1 dump.
 std::vector<Bytes> aviVideoChunks(const std::string& name, size_t maxChunks) {
-    Bytes f = readFileBytes(testdataPath(name));
-    std::string s(f.begin(), f.end());
+    const Bytes f = readFileBytes(testdataPath(name));
     std::vector<Bytes> chunks;
-    for (size_t p = s.find("movi") + 4, size; chunks.size() < maxChunks && p + 8 <= f.size(); p += 8 + size + (size & 1)) {
-        size = std::min<size_t>(f[p + 4] | f[p + 5] << 8 | f[p + 6] << 16 | size_t(f[p + 7]) << 24, f.size() - p - 8);
-        if (s.compare(p, 4, "00dc") == 0 && size > 0) chunks.emplace_back(f.begin() + p + 8, f.begin() + p + 8 + size);
+    for (const CsvRow& r : readTestdataCsv(name + ".idx1.csv")) {
+        const size_t at = std::stoul(r.at("file_offset")), size = std::stoul(r.at("size"));
+        if (r.at("ckid") == "00dc" && size > 0 && chunks.size() < maxChunks) chunks.emplace_back(f.begin() + at, f.begin() + at + size);
     }
     return chunks;
 }
@@ -91,7 +73,7 @@ TEST(FindAVCDimensionsTest, HandMadeSPS) {
     };
     for (const auto& c : kCases) {
         int32_t w = 0, h = 0;
-        ASSERT_EQ(dims(hex(c.mHex), &w, &h), c.mWidth > 0) << c.mName;
+        ASSERT_EQ(dims(hexBytes(c.mHex), &w, &h), c.mWidth > 0) << c.mName;
         EXPECT_TRUE(c.mWidth == 0 || (w == c.mWidth && h == c.mHeight)) << c.mName << " " << w << "x" << h;
     }
 }
@@ -104,12 +86,10 @@ sp<MetaData> makeCsd(const Bytes& bytes, size_t skip = 0) {
 }
 
 Bytes avccOf(const sp<MetaData>& meta) {
-    uint32_t type = 0;
-    const void* data;
-    size_t size = 0;
-    if (meta == nullptr || !meta->findData(kKeyAVCC, &type, &data, &size)) return {};
+    uint32_t type = kTypeAVCC;
+    Bytes avcc = findBytes(meta, kKeyAVCC, &type);
     EXPECT_EQ(type, uint32_t(kTypeAVCC));
-    return Bytes(static_cast<const uint8_t*>(data), static_cast<const uint8_t*>(data) + size);
+    return avcc;
 }
 
 // Dimensions from the SPS, and the record of a whole stream (first SPS and PPS, escaped).
@@ -155,7 +135,8 @@ TEST(GetMPEGAudioFrameSizeTest, RealFilesFrameByFrame) {
                              "mp2_24000.mp2"}) {
         SCOPED_TRACE(name);
         Bytes file = readFileBytes(testdataPath(name));
-        std::vector<size_t> expected = packetSizes(name + ".packets.csv"), got;
+        std::vector<size_t> expected, got;
+        for (const CsvRow& r : readTestdataCsv(name + ".packets.csv")) expected.push_back(std::stoul(r.at("size")));
         ASSERT_FALSE(expected.empty());
         for (size_t pos = 0; pos + 4 <= file.size() && got.size() <= expected.size();) {
             uint32_t header = uint32_t(file[pos]) << 24 | file[pos + 1] << 16 | file[pos + 2] << 8 | file[pos + 3];
@@ -286,7 +267,7 @@ TEST(ParseMPEG4GMCWarpPointTest, RealAndHandMadeHeaders) {
     };
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.mName);
-        Bytes vol = hex(c.mHex);
+        Bytes vol = hexBytes(c.mHex);
         EXPECT_EQ(std::max(warpPoints(vol), -1), c.mExpected);
         for (size_t n = 0; n < c.mNeeded; ++n) EXPECT_LT(warpPoints(prefix(vol, n)), 0) << n;
         EXPECT_TRUE(!c.mNeeded || warpPoints(prefix(vol, c.mNeeded)) == c.mExpected);

@@ -11,14 +11,9 @@
 #include "TestDataSources.h"
 
 using namespace android;
-using android::test::readFileBytes;
-using android::test::testdataPath;
+using namespace android::test;
 
 namespace {
-
-typedef std::vector<uint8_t> Bytes;
-
-Bytes cat(std::initializer_list<Bytes> parts) { return android::test::concatBytes(parts); }
 
 // A descriptor with its length in `lengthBytes` 7-bit groups.
 Bytes desc(uint8_t tag, const Bytes& body, int lengthBytes = 1) {

@@ -4,19 +4,20 @@
 #ifndef ZIRK_TEST_FLV_BUILDER_H_
 #define ZIRK_TEST_FLV_BUILDER_H_
 
-#include <stdint.h>
 #include <string.h>
 
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "ByteWriter.h"
+
 namespace android {
 namespace test {
 
 class FLVBuilder {
 public:
-    typedef std::vector<uint8_t> Bytes;
+    using Bytes = test::Bytes;
 
     enum : uint8_t { kAudio = 8, kVideo = 9, kScript = 18 };
     enum : uint8_t { kKey = 1, kInter = 2 };
@@ -25,31 +26,21 @@ public:
     enum : uint8_t { kAACStereo44k = 0xAF, kMP3Stereo44k = 0x2F, kMP3Mono22k = 0x2A };
 
     // The 9-byte header and PreviousTagSize0.
-    FLVBuilder& header(uint8_t flags = 0x05, uint32_t dataOffset = 9, uint8_t version = 1,
-                       uint32_t prevTagSize0 = 0, const char* signature = "FLV") {
-        raw(Bytes(signature, signature + 3));
-        put8(version);
-        put8(flags);
-        put32(dataOffset);
-        put32(prevTagSize0);
+    FLVBuilder& header(uint8_t flags = 0x05, uint32_t dataOffset = 9, uint8_t version = 1, uint32_t prevTagSize0 = 0,
+                       const char* signature = "FLV") {
+        raw(cat({Bytes(signature, signature + 3), {version, flags}}));
+        putBE(&mBytes, 4, {dataOffset, prevTagSize0});
         return *this;
     }
 
     FLVBuilder& tag(uint8_t type, uint32_t timeMs, const Bytes& data, uint32_t streamId = 0) {
-        return tagWithPrevSize(type, timeMs, data, static_cast<uint32_t>(data.size()) + 11,
-                               streamId);
+        return tagWithPrevSize(type, timeMs, data, static_cast<uint32_t>(data.size()) + 11, streamId);
     }
 
-    FLVBuilder& tagWithPrevSize(uint8_t type, uint32_t timeMs, const Bytes& data,
-                                uint32_t prevTagSize, uint32_t streamId = 0) {
-        mTagOffsets.push_back(mBytes.size());
-        put8(type);
-        put24(static_cast<uint32_t>(data.size()));
-        put24(timeMs & 0xFFFFFF);
-        put8(static_cast<uint8_t>(timeMs >> 24));
-        put24(streamId);
-        raw(data);
-        put32(prevTagSize);
+    FLVBuilder& tagWithPrevSize(uint8_t type, uint32_t timeMs, const Bytes& data, uint32_t prevTagSize,
+                                uint32_t streamId = 0) {
+        tagHeader(type, static_cast<uint32_t>(data.size()), timeMs, streamId).raw(data);
+        putBE32(&mBytes, prevTagSize);
         return *this;
     }
 
@@ -57,33 +48,30 @@ public:
     // the PreviousTagSize are then written with raw().
     FLVBuilder& tagHeader(uint8_t type, uint32_t dataSize, uint32_t timeMs = 0, uint32_t streamId = 0) {
         mTagOffsets.push_back(mBytes.size());
-        put8(type);
-        put24(dataSize);
-        put24(timeMs & 0xFFFFFF);
-        put8(static_cast<uint8_t>(timeMs >> 24));
-        put24(streamId);
+        mBytes.push_back(type);
+        putBE(&mBytes, 3, {dataSize, timeMs & 0xFFFFFF});
+        mBytes.push_back(static_cast<uint8_t>(timeMs >> 24));
+        putBE24(&mBytes, streamId);
         return *this;
     }
 
     FLVBuilder& video(uint32_t timeMs, uint8_t frameType, uint8_t codecId, const Bytes& payload) {
-        return tag(kVideo, timeMs, cat({static_cast<uint8_t>(frameType << 4 | codecId)}, payload));
+        return tag(kVideo, timeMs, cat({{static_cast<uint8_t>(frameType << 4 | codecId)}, payload}));
     }
     // AVC tag: codec byte, AVCPacketType, CompositionTime 0, then `data`.
     FLVBuilder& avc(uint32_t timeMs, uint8_t frameType, uint8_t packetType, const Bytes& data) {
-        return tag(kVideo, timeMs,
-                   cat({static_cast<uint8_t>(frameType << 4 | kAVC), packetType, 0, 0, 0}, data));
+        return tag(kVideo, timeMs, cat({{static_cast<uint8_t>(frameType << 4 | kAVC), packetType, 0, 0, 0}, data}));
     }
     FLVBuilder& audio(uint32_t timeMs, uint8_t soundByte, const Bytes& payload) {
-        return tag(kAudio, timeMs, cat({soundByte}, payload));
+        return tag(kAudio, timeMs, cat({{soundByte}, payload}));
     }
-    FLVBuilder& aac(uint32_t timeMs, uint8_t packetType, const Bytes& payload,
-                    uint8_t soundByte = kAACStereo44k) {
-        return tag(kAudio, timeMs, cat({soundByte, packetType}, payload));
+    FLVBuilder& aac(uint32_t timeMs, uint8_t packetType, const Bytes& payload, uint8_t soundByte = kAACStereo44k) {
+        return tag(kAudio, timeMs, cat({{soundByte, packetType}, payload}));
     }
     FLVBuilder& script(const Bytes& body) { return tag(kScript, 0, body); }
 
     FLVBuilder& raw(const Bytes& b) {
-        mBytes.insert(mBytes.end(), b.begin(), b.end());
+        append(&mBytes, b);
         return *this;
     }
 
@@ -92,23 +80,23 @@ public:
 
     // ---- AMF0 pieces
     static Bytes amfName(const std::string& s) {
-        Bytes b = {static_cast<uint8_t>(s.size() >> 8), static_cast<uint8_t>(s.size())};
-        b.insert(b.end(), s.begin(), s.end());
-        return b;
+        Bytes b;
+        putBE16(&b, s.size());
+        return cat({b, Bytes(s.begin(), s.end())});
     }
-    static Bytes amfString(const std::string& s) { return cat({0x02}, amfName(s)); }
+    static Bytes amfString(const std::string& s) { return cat({{0x02}, amfName(s)}); }
     static Bytes amfNumber(double v) {
         uint64_t bits;
         memcpy(&bits, &v, sizeof(bits));
         Bytes b = {0x00};
-        for (int i = 7; i >= 0; --i) b.push_back(static_cast<uint8_t>(bits >> (8 * i)));
+        putBE64(&b, bits);
         return b;
     }
     // "onMetaData" and an ECMA array of the given (name, encoded value) pairs.
     static Bytes onMetaData(const std::vector<std::pair<std::string, Bytes>>& props) {
-        Bytes b = cat(amfString("onMetaData"), {0x08, 0, 0, 0, static_cast<uint8_t>(props.size())});
-        for (const auto& p : props) b = cat(cat(b, amfName(p.first)), p.second);
-        return cat(b, {0, 0, 9});
+        Bytes b = cat({amfString("onMetaData"), {0x08, 0, 0, 0, static_cast<uint8_t>(props.size())}});
+        for (const auto& p : props) b = cat({b, amfName(p.first), p.second});
+        return cat({b, {0, 0, 9}});
     }
 
     // ---- H.264 pieces
@@ -120,30 +108,13 @@ public:
     static Bytes lengthPrefixed(size_t n, const std::vector<Bytes>& units) {
         Bytes b;
         for (const Bytes& u : units) {
-            for (size_t i = n; i > 0; --i) b.push_back(static_cast<uint8_t>(u.size() >> (8 * (i - 1))));
-            b.insert(b.end(), u.begin(), u.end());
+            putBE(&b, static_cast<int>(n), {u.size()});
+            append(&b, u);
         }
         return b;
     }
 
-    static Bytes cat(const Bytes& a, const Bytes& b) {
-        Bytes r = a;
-        r.insert(r.end(), b.begin(), b.end());
-        return r;
-    }
-
 private:
-    void put8(uint8_t v) { mBytes.push_back(v); }
-    void put24(uint32_t v) {
-        put8(static_cast<uint8_t>(v >> 16));
-        put8(static_cast<uint8_t>(v >> 8));
-        put8(static_cast<uint8_t>(v));
-    }
-    void put32(uint32_t v) {
-        put8(static_cast<uint8_t>(v >> 24));
-        put24(v);
-    }
-
     Bytes mBytes;
     std::vector<size_t> mTagOffsets;
 };

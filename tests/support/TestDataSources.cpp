@@ -3,6 +3,7 @@
 #include <dirent.h>
 
 #include <algorithm>
+#include <sstream>
 
 #include <media/stagefright/MediaDefs.h>
 
@@ -20,6 +21,26 @@ std::vector<uint8_t> readFileBytes(const std::string& path) {
 
 std::string testdataPath(const std::string& name) {
     return std::string(ZIRK_TESTDATA_DIR) + "/" + name;
+}
+
+std::vector<CsvRow> readTestdataCsv(const std::string& name) {
+    std::ifstream in(testdataPath(name));
+    std::vector<std::string> columns;
+    std::vector<CsvRow> rows;
+    for (std::string line; std::getline(in, line);) {
+        if (line.empty()) continue;
+        const bool header = line[0] == '#';
+        std::vector<std::string> fields;
+        std::stringstream ss(header ? line.substr(1) : line);
+        for (std::string f; std::getline(ss, f, ',');) fields.push_back(f);
+        if (header) {
+            columns = fields;
+            continue;
+        }
+        rows.emplace_back();
+        for (size_t i = 0; i < fields.size() && i < columns.size(); ++i) rows.back()[columns[i]] = fields[i];
+    }
+    return rows;
 }
 
 std::vector<MediaFile> mediaTestFiles() {
@@ -75,12 +96,12 @@ ssize_t FaultySource::readAt(off64_t offset, void* data, size_t size) {
     if (offset < 0) return ERROR_IO;
     uint64_t begin = static_cast<uint64_t>(offset);
     bool touches = mMode != kNone && size > 0 && begin + size > mFaultOffset;
-    if (!touches) return MemorySource::readAt(offset, data, size);
+    if (!touches || (mMode == kHole && begin > mFaultOffset)) return MemorySource::readAt(offset, data, size);
     switch (mMode) {
-        case kShortRead: {
+        case kShortRead:
+        case kHole:
             if (begin >= mFaultOffset) return 0;
             return MemorySource::readAt(offset, data, static_cast<size_t>(mFaultOffset - begin));
-        }
         case kNegativeRead:
             return ERROR_IO;
         case kZeroRead:

@@ -8,37 +8,28 @@
 #include <string.h>
 
 #include <fstream>
-#include <initializer_list>
-#include <ostream>
 #include <iterator>
+#include <map>
+#include <ostream>
 #include <string>
 #include <vector>
 
 #include <media/stagefright/DataSource.h>
+
+#include "ByteWriter.h"
 
 namespace android {
 namespace test {
 
 std::vector<uint8_t> readFileBytes(const std::string& path);
 
-// The parts one after another.
-inline std::vector<uint8_t> concatBytes(std::initializer_list<std::vector<uint8_t>> parts) {
-    std::vector<uint8_t> out;
-    for (const auto& p : parts) out.insert(out.end(), p.begin(), p.end());
-    return out;
-}
-
-// "0a1B..." as bytes (pairs of hex digits; a trailing odd digit is ignored).
-inline std::vector<uint8_t> hexBytes(const std::string& h) {
-    std::vector<uint8_t> out;
-    for (size_t i = 0; i + 1 < h.size(); i += 2) {
-        out.push_back(static_cast<uint8_t>(std::stoul(h.substr(i, 2), nullptr, 16)));
-    }
-    return out;
-}
-
 // The bundled test media folder (set by the build).
 std::string testdataPath(const std::string& name);
+
+// The rows of a CSV file of testdata/ (ffprobe's packet lists, the tag and
+// index dumps), each field under the column name its '#' header line gives.
+using CsvRow = std::map<std::string, std::string>;
+std::vector<CsvRow> readTestdataCsv(const std::string& name);
 
 // The real container files of testdata/ (*.flv, *.avi), sorted by name, each
 // with its container MIME type. Prints as its name in test output.
@@ -48,8 +39,13 @@ struct MediaFile {
 };
 std::vector<MediaFile> mediaTestFiles();
 void PrintTo(const MediaFile& file, std::ostream* os);
-// A test-name-safe form of a file name ("a.flv" -> "a_flv").
+// A test-name-safe form of a file name ("a.flv" -> "a_flv"), and the
+// parameter name generator that gives it for a MediaFile.
 std::string testNameFor(const std::string& fileName);
+struct MediaFileName {
+    template <typename ParamInfo>
+    std::string operator()(const ParamInfo& info) const { return testNameFor(info.param.name); }
+};
 
 class MemorySource : public DataSource {
 public:
@@ -79,7 +75,9 @@ private:
 };
 
 // Faults are keyed by the read's offset range: any read touching a byte at or
-// past `faultOffset` is answered per `mode`.
+// past `faultOffset` is answered per `mode`. The fault and the bytes may be
+// changed between reads, as if the file were rewritten or cut under a running
+// extractor (not while other threads read).
 class FaultySource : public MemorySource {
 public:
     enum Mode {
@@ -87,11 +85,17 @@ public:
         kShortRead,     // returns fewer bytes than asked (stops at faultOffset)
         kNegativeRead,  // returns ERROR_IO
         kZeroRead,      // returns 0
+        kHole,          // kShortRead, but reads that start past faultOffset are served
     };
     FaultySource(std::vector<uint8_t> bytes, Mode mode, uint64_t faultOffset, bool sizeKnown = true)
         : MemorySource(std::move(bytes)), mMode(mode), mFaultOffset(faultOffset), mSizeKnown(sizeKnown) {}
     ssize_t readAt(off64_t offset, void* data, size_t size) override;
     status_t getSize(off64_t* size) override;
+    void setFault(Mode mode, uint64_t faultOffset) {
+        mMode = mode;
+        mFaultOffset = faultOffset;
+    }
+    void poke(size_t offset, uint8_t value) { mBytes.at(offset) = value; }
 
 private:
     Mode mMode;
