@@ -34,6 +34,26 @@ struct ZIRKCheckSite {
 }  // namespace android
 
 // Fatal whenever `condition` is false; these must stay fatal where used.
+// The _HERE forms are for checks whose message carries no fixed line: the
+// line is that of the call, so the message's path and line are the file the
+// check is in, while the text stays the one the message must spell.
+#define ZIRK_CHECK_HERE(component, text, condition)                                 \
+    do {                                                                            \
+        if (!(condition)) {                                                         \
+            static const ::android::ZIRKCheckSite ___site = {__LINE__, false, text}; \
+            ::android::zirkFailCheckSite(component, ___site, ::android::AString());   \
+        }                                                                           \
+    } while (false)
+
+#define ZIRK_CHECK_EQ_HERE(component, text, a, b)                                   \
+    do {                                                                            \
+        ::android::AString ___values = ::android::Compare_EQ(a, b);                 \
+        if (!___values.empty()) {                                                   \
+            static const ::android::ZIRKCheckSite ___site = {__LINE__, true, text};  \
+            ::android::zirkFailCheckSite(component, ___site, ___values);            \
+        }                                                                           \
+    } while (false)
+
 #define ZIRK_CHECK_SITE(component, site, condition)                                 \
     do {                                                                            \
         if (!(condition)) ::android::zirkFailCheckSite(component, site, ::android::AString()); \

@@ -1,0 +1,420 @@
+// ZIRKMOVSampleTable and its iterator over synthetic stbl boxes: each setter
+// against lying counts and sizes, every sample's offset, size, time and sync
+// flag across chunk and stsc boundaries (walked forward, backward and forward
+// again), the time and sync searches in every mode, chunk reads, the lazy
+// builds under several threads, and the fatal checks.
+#include <algorithm>
+#include <atomic>
+#include <functional>
+#include <thread>
+#include <tuple>
+
+#include <gtest/gtest.h>
+
+#include <media/stagefright/MediaErrors.h>
+
+#include "CheckMatchers.h"
+#include "LogCapture.h"
+#include "MOVBuilder.h"
+#include "TestDataSources.h"
+#include "mov/ZIRKMOVSampleIterator.h"
+#include "mov/ZIRKMOVSampleTable.h"
+
+using namespace android;
+using namespace android::test;
+using namespace android::test::mov;
+
+namespace {
+
+using Values = std::vector<uint64_t>;
+using Table = ZIRKMOVSampleTable;
+
+// One track's tables; the defaults: chunks at 100..400, chunks 0-1 of two
+// samples and 2-3 of three (sizes 10..19, so samples 0..9 lie at 100, 110,
+// 200, 212, 300, 314, 329, 400, 417, 435), decoding times 0, 10, 20, 30, then
+// 40 to 140 by 20, sync samples 0, 4 and 7.
+struct Tables {
+    Values chunks{100, 200, 300, 400};
+    bool co64 = false;
+    Values stsc{1, 2, 1, 3, 3, 1};
+    uint32_t defaultSize = 0;
+    int64_t sampleCount = -1;  // the sizes' count unless set
+    Values sizes{10, 11, 12, 13, 14, 15, 16, 17, 18, 19};
+    uint32_t fieldSize = 32;  // 32: stsz, else stz2
+    Values stts{4, 10, 6, 20};
+    Values ctts;  // none when empty
+    bool hasStss = true;
+    Values stss{1, 5, 8};
+
+    Tables& set(Values Tables::*field, Values v) { this->*field = std::move(v); return *this; }
+    template <typename T, typename V>
+    Tables& set(T Tables::*field, V v) { this->*field = v; return *this; }
+};
+
+Values iota(uint64_t n, uint64_t first = 1) {
+    Values v;
+    for (uint64_t i = 0; i < n; ++i) v.push_back(first + i);
+    return v;
+}
+
+status_t setBox(Table* table, const Payload& p) {
+    switch (p.type) {
+        case 'stco': case 'co64': return table->setChunkOffsetParams(p.type, p.offset, p.size);
+        case 'stsz': case 'stz2': return table->setSampleSizeParams(p.type, p.offset, p.size);
+        case 'stsc': return table->setSampleToChunkParams(p.offset, p.size);
+        case 'stts': return table->setTimeToSampleParams(p.offset, p.size);
+        case 'ctts': return table->setCompositionTimeToSampleParams(p.offset, p.size);
+        case 'stss': return table->setSyncSampleParams(p.offset, p.size);
+    }
+    return UNKNOWN_ERROR;
+}
+
+const Tables kBasic;
+std::vector<Payload> gLastBoxes;  // where open() put the boxes
+
+sp<Table> open(const Tables& t, const Bytes& lead = Bytes(64), std::function<sp<DataSource>(const Bytes&)> make = {}) {
+    BoxFile f(lead);
+    gLastBoxes = {f.add(t.co64 ? "co64" : "stco", table(t.chunks, 1, t.co64 ? 8 : 4)), f.add("stsc", table(t.stsc, 3)),
+                  t.fieldSize == 32 ? f.add("stsz", stsz(t.defaultSize, t.sizes, t.sampleCount))
+                                    : f.add("stz2", stz2(t.fieldSize, t.sizes)),
+                  f.add("stts", table(t.stts, 2))};
+    if (!t.ctts.empty()) gLastBoxes.push_back(f.add("ctts", table(t.ctts, 2)));
+    if (t.hasStss) gLastBoxes.push_back(f.add("stss", table(t.stss)));
+    sp<Table> st = new Table(make ? make(f.bytes()) : sp<DataSource>(new MemorySource(f.bytes())));
+    for (const Payload& p : gLastBoxes) EXPECT_EQ(setBox(st.get(), p), OK) << std::hex << p.type;
+    return st;
+}
+
+bool logged(const LogCapture& log, const char* tag, const std::string& text, int prio) {
+    const std::vector<LogLine> lines = log.lines();
+    return std::any_of(lines.begin(), lines.end(), [&](const LogLine& l) { return l.tag == tag && l.text == text && l.prio == prio; });
+}
+
+class ZIRKMOVSampleTableTest : public ::testing::Test {};
+class ZIRKMOVSampleIteratorTest : public ::testing::Test {};
+using ZIRKMOVSampleTableDeathTest = ZIRKMOVSampleTableTest;
+
+// One box on its own, its data size `extra` bytes larger than its payload.
+TEST_F(ZIRKMOVSampleTableTest, SettersRefuseCountsTheirBoxCannotHold) {
+    const struct { const char* name; const char* type; Bytes payload; uint64_t extra; status_t status; } kRows[] = {
+        {"StcoCountPastBox", "stco", table({1, 2}, 1, 4, 3), 0, ERROR_MALFORMED},
+        {"Co64CountTimesEightWrapsIn32Bits", "co64", table({1}, 1, 8, 0x20000000), 0, ERROR_MALFORMED},
+        {"StscCountTimesTwelveWrapsIn32Bits", "stsc", table({1, 1, 1}, 3, 4, 0x15555556), 0, ERROR_MALFORMED},
+        {"StszCountTimesFourWrapsIn32Bits", "stsz", stsz(0, {5}, 0x40000000), 0, ERROR_MALFORMED},
+        {"Stz2EightBitTenSamplesIn21Bytes", "stz2", stz2(8, iota(9), 10), 0, ERROR_MALFORMED},
+        {"Stz2EightBitTenSamplesIn22Bytes", "stz2", stz2(8, iota(10)), 0, OK},
+        {"Stz2FieldSizeFive", "stz2", stz2(5, {}, 0), 0, ERROR_MALFORMED},
+        {"Stz2ReservedBitsSet", "stz2", stz2(0x108, {}, 0), 0, ERROR_MALFORMED},
+        {"SttsCountPastBox", "stts", table({1, 1}, 2, 4, 2), 0, ERROR_MALFORMED},
+        {"SttsCountTimesEightWrapsIn32Bits", "stts", table({1, 1}, 2, 4, 0x20000000), 0, ERROR_MALFORMED},
+        {"SttsBoxClaimsTwoGiBTheFileLacks", "stts", table({1, 1}, 2, 4, 0x10000000), 0x80000000, ERROR_IO},
+        {"StscEntriesCutByEndOfFile", "stsc", table({1, 1, 1}, 3, 4, 2), 12, ERROR_IO},
+        {"StssCountPastBox", "stss", table({1}, 1, 4, 2), 0, ERROR_MALFORMED},
+        {"CttsSizeNotExactlyItsCount", "ctts", table({1, 1}, 2), 4, ERROR_MALFORMED},
+        {"VersionFlagsNotZero", "stsc", table({}, 3, 4, -1, 0x01000000), 0, ERROR_MALFORMED},
+        {"StcoBelowItsHeader", "stco", Bytes(7), 0, ERROR_MALFORMED},
+        {"StszBelowItsHeader", "stsz", Bytes(11), 0, ERROR_MALFORMED},
+        {"HeaderPastEndOfFile", "stss", Bytes(), 8, ERROR_IO},
+        {"Co64OffsetsPast32Bits", "co64", table({1ull << 40}, 1, 8), 0, OK},
+    };
+    for (const auto& row : kRows) {
+        BoxFile f;
+        Payload p = f.add(row.type, row.payload);
+        p.size += row.extra;
+        sp<Table> t = new Table(new MemorySource(f.bytes()));
+        EXPECT_EQ(setBox(t.get(), p), row.status) << row.name;
+    }
+}
+
+TEST_F(ZIRKMOVSampleTableTest, SecondBoxOfAKindIsRefused) {
+    LogCapture log;
+    sp<Table> t = open(Tables().set(&Tables::ctts, {10, 0}));
+    EXPECT_TRUE(logged(log, "ZIRKMOVSampleTable", "There are reordered frames present.", ANDROID_LOG_INFO));
+    for (const Payload& p : gLastBoxes) EXPECT_EQ(setBox(t.get(), p), ERROR_MALFORMED) << std::hex << p.type;
+    EXPECT_TRUE(t->isValid());
+    EXPECT_FALSE(sp<Table>(new Table(new MemorySource({})))->isValid());
+}
+
+struct Expect {
+    uint32_t index;
+    status_t status;
+    int64_t offset = 0;
+    uint32_t size = 0, time = 0;
+    bool sync = false;
+};
+
+// Every listed sample, visited forward, backward and forward again, so that
+// both cursors are rebuilt after seeking back.
+TEST_F(ZIRKMOVSampleIteratorTest, SamplesAcrossChunksAndAfterSeeks) {
+    const uint64_t k4G = 1ull << 32;
+    const struct { const char* name; Tables t; std::vector<Expect> samples; const char* log; } kRows[] = {
+        {"TwoStscRanges", Tables(), {{0, OK, 100, 10, 0, true}, {1, OK, 110, 11, 10, false}, {2, OK, 200, 12, 20, false},
+          {3, OK, 212, 13, 30, false}, {4, OK, 300, 14, 40, true}, {6, OK, 329, 16, 80, false},
+          {7, OK, 400, 17, 100, true}, {9, OK, 435, 19, 140, false}, {10, ERROR_END_OF_STREAM}}, nullptr},
+        {"Co64PastFourGiB", Tables().set(&Tables::co64, true).set(&Tables::chunks, {k4G, k4G + 256}).set(&Tables::stsc, {1, 2, 1})
+          .set(&Tables::sizes, {5, 6, 7, 8}).set(&Tables::hasStss, false),
+         {{1, OK, int64_t(k4G) + 5, 6, 10, true}, {2, OK, int64_t(k4G) + 256, 7, 20, true}}, nullptr},
+        {"Stz2FourBitHighNibbleFirst", Tables().set(&Tables::fieldSize, 4).set(&Tables::sizes, {1, 2, 3, 4, 5}).set(&Tables::stsc, {1, 5, 1}),
+         {{0, OK, 100, 1, 0, true}, {1, OK, 101, 2, 10, false}, {4, OK, 110, 5, 40, true}}, nullptr},
+        {"Stz2SixteenBit", Tables().set(&Tables::fieldSize, 16).set(&Tables::sizes, {300, 65535, 7}).set(&Tables::stsc, {1, 3, 1}),
+         {{1, OK, 400, 65535, 10, false}, {2, OK, 65935, 7, 20, false}}, nullptr},
+        {"ConstantSize", Tables().set(&Tables::defaultSize, 7).set(&Tables::sampleCount, 7).set(&Tables::stss, {2}),
+         {{1, OK, 107, 7, 10, true}, {3, OK, 207, 7, 30, false}, {4, OK, 300, 7, 40, false}}, nullptr},
+        {"NegativeCompositionOffsets", Tables().set(&Tables::ctts, {1, 0xFFFFFFFB, 1, 20, 2, 0xFFFFFFF6}),
+         {{0, OK, 100, 10, 0, true}, {1, OK, 110, 11, 30, false}, {2, OK, 200, 12, 10, false}, {3, OK, 212, 13, 20, false},
+          {4, OK, 300, 14, 40, true}}, nullptr},
+        {"EmptyChunkRunMidway", Tables().set(&Tables::stsc, {1, 2, 1, 2, 0, 1, 3, 1, 1}).set(&Tables::sizes, {1, 2, 3, 4}),
+         {{1, OK, 101, 2, 10, false}, {2, OK, 300, 3, 20, false}, {3, OK, 400, 4, 30, false}}, nullptr},
+        {"EmptyChunkRunLast", Tables().set(&Tables::stsc, {1, 2, 1, 2, 0, 1}).set(&Tables::sizes, {1, 2, 3}),
+         {{1, OK, 101, 2, 10, false}, {2, ERROR_MALFORMED}}, nullptr},
+        {"StscGoesBackwards", Tables().set(&Tables::stsc, {1, 1, 1, 3, 1, 1, 2, 1, 1}).set(&Tables::sizes, {1, 2, 3}),
+         {{1, OK, 200, 2, 10, false}, {2, ERROR_MALFORMED}}, "findChunkRange failed"},
+        {"NoStscEntries", Tables().set(&Tables::stsc, {}), {{0, ERROR_OUT_OF_RANGE}}, "findChunkRange failed"},
+        {"ChunkPastStco", Tables().set(&Tables::chunks, {100}).set(&Tables::stsc, {1, 1, 1}).set(&Tables::sizes, {1, 2}),
+         {{0, OK, 100, 1, 0, true}, {1, ERROR_OUT_OF_RANGE}}, "getChunkOffset return error"},
+        {"LastChunkShorterThanStsc", Tables().set(&Tables::stsc, {1, 3, 1}).set(&Tables::sizes, {1, 2, 3, 4}),
+         {{2, OK, 103, 3, 20, false}, {3, ERROR_OUT_OF_RANGE}}, "getSampleSizeDirect return error"},
+        {"SttsShorterThanSamples", Tables().set(&Tables::stts, {1, 10}), {{0, OK, 100, 10, 0, true}, {1, ERROR_OUT_OF_RANGE}},
+         "findSampleTime return error"},
+        {"NoSttsEntries", Tables().set(&Tables::stts, {}), {{0, ERROR_MALFORMED}}, nullptr},
+        {"SampleEndPastInt64", Tables().set(&Tables::co64, true).set(&Tables::chunks, {uint64_t(INT64_MAX) - 15}).set(&Tables::stsc, {1, 2, 1})
+          .set(&Tables::sizes, {8, 16}), {{0, OK, INT64_MAX - 15, 8, 0, true}, {1, ERROR_MALFORMED}}, nullptr},
+        {"SttsCountsPast32Bits", Tables().set(&Tables::stts, {0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF, 1}),
+         {{1, OK, 110, 11, 0xFFFFFFFF, false}, {2, OK, 200, 12, 0xFFFFFFFF, false}, {0, OK, 100, 10, 0, true}}, nullptr},
+    };
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.name);
+        LogCapture log;
+        sp<Table> t = open(row.t);
+        std::vector<Expect> order = row.samples;
+        order.insert(order.end(), row.samples.rbegin(), row.samples.rend());
+        order.insert(order.end(), row.samples.begin(), row.samples.end());
+        for (const Expect& e : order) {
+            off64_t offset = -1;
+            size_t size = 0;
+            uint32_t time = 0;
+            bool sync = false;
+            ASSERT_EQ(t->getMetaDataForSample(e.index, &offset, &size, &time, &sync), e.status) << e.index;
+            if (e.status != OK) continue;
+            EXPECT_EQ(std::make_tuple(offset, size, time, sync), std::make_tuple(e.offset, size_t(e.size), e.time, e.sync)) << e.index;
+        }
+        if (row.log) {
+            EXPECT_TRUE(logged(log, "ZIRKMOVSampleIterator", row.log, ANDROID_LOG_ERROR));
+        }
+    }
+}
+
+class CountingSource : public MemorySource {
+public:
+    using MemorySource::MemorySource;
+    ssize_t readAt(off64_t offset, void* data, size_t size) override {
+        ++mReads;
+        return MemorySource::readAt(offset, data, size);
+    }
+    std::atomic<int> mReads{0};
+};
+
+TEST_F(ZIRKMOVSampleIteratorTest, SamplesOfTheCurrentChunkCostNoReads) {
+    sp<CountingSource> source;
+    sp<Table> t = open(Tables(), Bytes(64), [&](const Bytes& b) { return source = new CountingSource(b); });
+    ASSERT_EQ(t->getMetaDataForSample(4, nullptr, nullptr, nullptr), OK);
+    const int reads = source->mReads;
+    for (uint32_t s : {4, 5, 6, 5}) EXPECT_EQ(t->getMetaDataForSample(s, nullptr, nullptr, nullptr), OK);
+    EXPECT_EQ(source->mReads, reads);
+}
+
+// Pins a fault of a seek that failed part-way: its chunk must not stay cached
+// with the sizes of the chunk before.
+TEST_F(ZIRKMOVSampleIteratorTest, ChunkWhoseSizesFailedIsReadAgain) {
+    sp<FaultySource> source;
+    sp<Table> t = open(Tables(), Bytes(64), [&](const Bytes& b) { return source = new FaultySource(b, FaultySource::kNone, 0); });
+    ASSERT_EQ(t->getMetaDataForSample(0, nullptr, nullptr, nullptr), OK);
+    source->setFault(FaultySource::kShortRead, gLastBoxes[2].offset + 12 + 4 * 4);  // sample 4's size
+    EXPECT_EQ(t->getMetaDataForSample(5, nullptr, nullptr, nullptr), ERROR_IO);
+    EXPECT_EQ(t->getMetaDataForSample(5, nullptr, nullptr, nullptr), ERROR_IO);
+    source->setFault(FaultySource::kNone, 0);
+    off64_t offset;
+    EXPECT_EQ(t->getMetaDataForSample(5, &offset, nullptr, nullptr), OK);
+    EXPECT_EQ(offset, 314);
+}
+
+// Composition times 10, 40, 20, 30, 60, 50 (decoding 0..50 by 10, reordered).
+const Tables kReordered = Tables().set(&Tables::chunks, {100}).set(&Tables::stsc, {1, 6, 1}).set(&Tables::sizes, iota(6))
+        .set(&Tables::stts, {6, 10}).set(&Tables::ctts, {1, 10, 1, 30, 2, 0, 1, 20, 1, 0}).set(&Tables::hasStss, false);
+
+TEST_F(ZIRKMOVSampleTableTest, TimeSearchInEveryMode) {
+    const uint32_t B = Table::kFlagBefore, A = Table::kFlagAfter, C = Table::kFlagClosest;
+    const Tables overrun = Tables().set(&Tables::stts, {12, 10}).set(&Tables::sizes, {1, 2, 3});
+    const Tables hugeRun = Tables().set(&Tables::stts, {0xFFFFFFFF, 1}).set(&Tables::sizes, {1, 2, 3});
+    const Tables tooMany = Tables().set(&Tables::defaultSize, 1).set(&Tables::sampleCount, 0x600001);
+    const struct { const Tables* t; int64_t time; uint32_t flags; status_t status; uint32_t sample = 0; } kRows[] = {
+        {&kReordered, 30, C, OK, 3}, {&kReordered, 25, C, OK, 3} /* half-way: the later */, {&kReordered, 24, C, OK, 2},
+        {&kReordered, 26, B, OK, 2}, {&kReordered, 26, A, OK, 3}, {&kReordered, 5, B, OK, 0}, {&kReordered, 5, A, OK, 0},
+        {&kReordered, 61, A, ERROR_OUT_OF_RANGE}, {&kReordered, 61, B, OK, 4}, {&kReordered, -100, C, OK, 0},
+        {&kReordered, 1ll << 40, B, OK, 4} /* not cut to 32 bits on the way in */,
+        {&overrun, 40, A, ERROR_OUT_OF_RANGE} /* samples past the count get no entry */, {&overrun, 40, B, OK, 2},
+        {&hugeRun, 2, C, OK, 2}, {&tooMany, 0, C, ERROR_UNSUPPORTED},
+    };
+    for (const auto& row : kRows) {
+        uint32_t sample = 99;
+        EXPECT_EQ(open(*row.t)->findSampleAtTime(row.time, &sample, row.flags), row.status) << row.time << "/" << row.flags;
+        if (row.status == OK) {
+            EXPECT_EQ(sample, row.sample) << row.time << "/" << row.flags;
+        }
+    }
+}
+
+TEST_F(ZIRKMOVSampleTableTest, ChunkTimeSearch) {
+    const uint32_t B = Table::kFlagBefore, A = Table::kFlagAfter, C = Table::kFlagClosest;
+    const Tables emptyChunk = Tables().set(&Tables::stsc, {1, 2, 1, 2, 0, 1, 3, 3, 1});
+    const Tables backwards = Tables().set(&Tables::stsc, {1, 2, 1, 3, 3, 1, 2, 1, 1});
+    const Tables hugeRuns = Tables().set(&Tables::stsc, {1, 0xFFFFFFFF, 1}).set(&Tables::stts, {0xFFFFFFFF, 1, 0xFFFFFFFF, 1});
+    const struct { const Tables* t; int64_t time; uint32_t flags; status_t status; uint32_t chunk = 0, chunkTime = 0; } kRows[] = {
+        {&kBasic, 50, B, OK, 2, 40}, {&kBasic, 99, A, OK, 3, 100}, {&kBasic, 69, C, OK, 2, 40},
+        {&kBasic, 70, C, OK, 3, 100}, {&kBasic, 101, A, ERROR_OUT_OF_RANGE},
+        {&emptyChunk, 20, C, OK, 2, 20} /* chunks 1 and 2 share a time: the later stays */,
+        {&backwards, 100, B, OK, 2, 40} /* chunk 3 lies past the backwards entry */,
+        {&hugeRuns, 1ll << 40, B, OK, 2, 0xFFFFFFFF} /* times held at 2^32 - 1, not wrapped */,
+    };
+    for (const auto& row : kRows) {
+        uint32_t chunk = 99, chunkTime = 99;
+        EXPECT_EQ(open(*row.t)->findChunkAtTime(row.time, &chunk, &chunkTime, row.flags), row.status) << row.time;
+        if (row.status == OK) {
+            EXPECT_EQ(std::make_pair(chunk, chunkTime), std::make_pair(row.chunk, row.chunkTime)) << row.time;
+        }
+    }
+}
+
+TEST_F(ZIRKMOVSampleTableTest, SyncSampleSearch) {
+    const uint32_t B = Table::kFlagBefore, A = Table::kFlagAfter, C = Table::kFlagClosest;
+    const Tables noStss = Tables().set(&Tables::hasStss, false), emptyStss = Tables().set(&Tables::stss, {});
+    const struct { const Tables* t; uint32_t start, flags; status_t status; uint32_t sample = 0; } kRows[] = {
+        {&kBasic, 5, B, OK, 4}, {&kBasic, 5, A, OK, 7}, {&kBasic, 5, C, OK, 4}, {&kBasic, 6, C, OK, 7},
+        {&kBasic, 6, B, OK, 4} /* the closer 7 is after: the one before it */, {&kBasic, 4, A, OK, 4},
+        {&kBasic, 8, A, ERROR_OUT_OF_RANGE}, {&kBasic, 8, B, OK, 7}, {&noStss, 6, B, OK, 6}, {&emptyStss, 6, A, OK, 0},
+    };
+    LogCapture log;
+    for (const auto& row : kRows) {
+        uint32_t sample = 99;
+        EXPECT_EQ(open(*row.t)->findSyncSampleNear(row.start, &sample, row.flags), row.status) << row.start << "/" << row.flags;
+        if (row.status == OK) {
+            EXPECT_EQ(sample, row.sample) << row.start << "/" << row.flags;
+        }
+    }
+    EXPECT_TRUE(logged(log, "ZIRKMOVSampleTable", "tried to find a sync frame after the last one: 3", ANDROID_LOG_ERROR));
+}
+
+TEST_F(ZIRKMOVSampleTableTest, ThumbnailAndLargestSample) {
+    const Tables allSync = Tables().set(&Tables::chunks, {100}).set(&Tables::stsc, {1, 25, 1}).set(&Tables::sizes, iota(25))
+            .set(&Tables::stts, {25, 1}).set(&Tables::stss, iota(25));
+    const struct { const char* name; Tables t; uint32_t thumbnail; size_t largest; } kRows[] = {
+        {"NoStssGivesSampleZero", Tables().set(&Tables::hasStss, false), 0, 19},
+        {"LargestSyncSample", Tables(), 7, 19},
+        {"EqualSizesTheEarlier", Tables().set(&Tables::sizes, {9, 9, 9, 9, 9, 9, 9, 9, 9, 9}), 0, 9},
+        {"OnlyTheFirstTwentySyncSamples", allSync, 19, 25},
+        {"FourBitSizes", Tables().set(&Tables::fieldSize, 4).set(&Tables::sizes, {1, 15, 3, 4, 5, 2, 1, 14, 0, 1}), 7, 15},
+        {"ConstantSize", Tables().set(&Tables::defaultSize, 7).set(&Tables::sampleCount, 10), 0, 7},
+    };
+    for (const auto& row : kRows) {
+        sp<Table> t = open(row.t);
+        uint32_t thumbnail = 99;
+        size_t largest = 0;
+        EXPECT_EQ(std::make_pair(t->findThumbnailSample(&thumbnail), t->getMaxSampleSize(&largest)), std::make_pair(status_t(OK), status_t(OK))) << row.name;
+        EXPECT_EQ(std::make_pair(thumbnail, largest), std::make_pair(row.thumbnail, row.largest)) << row.name;
+    }
+}
+
+TEST_F(ZIRKMOVSampleTableTest, ChunkBytesAndTimes) {
+    const Bytes mp3Lead = {0xFF, 0xFB, 0x90, 0x64, 0, 0, 0, 0};
+    const Tables mp3 = Tables().set(&Tables::chunks, {0, 4}).set(&Tables::stsc, {1, 1, 1}).set(&Tables::sizes, {4, 4})
+            .set(&Tables::stts, {2, 1152}).set(&Tables::hasStss, false);
+    const Tables pcm = Tables().set(&Tables::chunks, {0, 400}).set(&Tables::stsc, {1, 100, 1}).set(&Tables::defaultSize, 4)
+            .set(&Tables::sampleCount, 150).set(&Tables::stts, {150, 1});
+    const Tables adpcm = Tables().set(&Tables::chunks, {0}).set(&Tables::stsc, {1, 100, 1}).set(&Tables::defaultSize, 1)
+            .set(&Tables::sampleCount, 100).set(&Tables::stts, {100, 1});
+    const struct {
+        const char* name; Tables t; Bytes lead; int32_t format, blockAlign, perPacket; uint32_t chunk; status_t status;
+        int64_t offset = 0; size_t size = 0; uint32_t time = 0, samples = 0;
+    } kRows[] = {
+        {"ListedSizes", Tables(), Bytes(64), -1, 0, 0, 2, OK, 300, 45, 40, 3},
+        {"PcmLastChunkShort", pcm, Bytes(64), 0, 0, 0, 1, OK, 400, 200, 100, 50},
+        {"AdpcmWholeBlocks", adpcm, Bytes(64), 3, 36, 64, 0, OK, 0, 72, 0, 100},
+        {"Mp3StartsOnSync", mp3, mp3Lead, 5, 0, 0, 0, OK, 0, 4, 0, 1},
+        {"Mp3WithoutSync", mp3, mp3Lead, 5, 0, 0, 1, ERROR_END_OF_STREAM},
+        {"AfterTheLastSample", Tables().set(&Tables::chunks, {100, 200, 300, 400, 500}), Bytes(64), -1, 0, 0, 4, ERROR_END_OF_STREAM},
+        {"PastStco", Tables(), Bytes(64), -1, 0, 0, 4, ERROR_OUT_OF_RANGE},
+    };
+    LogCapture log;
+    for (const auto& row : kRows) {
+        sp<Table> t = open(row.t, row.lead);
+        t->setAudioFormat(row.format);
+        off64_t offset = -1;
+        size_t size = 0;
+        uint32_t time = 0, samples = 0;
+        ASSERT_EQ(t->getMetaDataForChunk(row.chunk, &offset, &size, &time, &samples, row.blockAlign, row.perPacket),
+                  row.status) << row.name;
+        if (row.status != OK) continue;
+        EXPECT_EQ(std::make_tuple(offset, size, time, samples), std::make_tuple(row.offset, row.size, row.time, row.samples)) << row.name;
+    }
+    EXPECT_TRUE(logged(log, "ZIRKMOVSampleTable", "Can't find the first sync code for MP3 !!!", ANDROID_LOG_ERROR));
+}
+
+// The lazy builds race on a fresh table: every thread must see what one
+// thread alone sees.
+TEST_F(ZIRKMOVSampleTableTest, ConcurrentLazyBuildsAndQueries) {
+    const uint64_t n = 6000;
+    Values sizes, ctts, stss;
+    for (uint64_t i = 0; i < n; ++i) sizes.push_back(i % 50 + 1);
+    for (uint64_t i = 0; i < n; ++i) ctts.insert(ctts.end(), {1, (i % 3) * 7});
+    for (uint64_t i = 1; i <= n; i += 12) stss.push_back(i);
+    const Tables t = Tables().set(&Tables::chunks, iota(n / 10, 1000)).set(&Tables::stsc, {1, 10, 1}).set(&Tables::sizes, sizes)
+            .set(&Tables::stts, {n, 3}).set(&Tables::ctts, ctts).set(&Tables::stss, stss);
+    auto run = [](const sp<Table>& table) {
+        std::vector<int64_t> out;
+        for (int64_t time = 0; time < 3 * int64_t(n); time += 97) {
+            uint32_t sample = 0, sync = 0, chunk = 0, chunkTime = 0, ct = 0;
+            off64_t offset = 0;
+            out.push_back(table->findSampleAtTime(time, &sample, Table::kFlagClosest));
+            out.push_back(table->findSyncSampleNear(sample, &sync, Table::kFlagBefore));
+            out.push_back(table->getMetaDataForSample(sync, &offset, nullptr, &ct));
+            out.push_back(table->findChunkAtTime(time, &chunk, &chunkTime, Table::kFlagBefore));
+            out.insert(out.end(), {sample, sync, offset, ct, chunk, chunkTime});
+        }
+        return out;
+    };
+    const std::vector<int64_t> expected = run(open(t));
+    sp<Table> shared = open(t);
+    std::vector<std::vector<int64_t>> results(4);
+    std::vector<std::thread> threads;
+    for (auto& r : results) threads.emplace_back([&] { r = run(shared); });
+    for (std::thread& th : threads) th.join();
+    for (const auto& r : results) EXPECT_EQ(r, expected);
+}
+
+TEST_F(ZIRKMOVSampleTableDeathTest, ChecksStayFatal) {
+    const struct { const char* name; void (*body)(); const char* tag; const char* source; const char* check; } kRows[] = {
+        {"ChunkOffsetBoxType", [] { sp<Table>(new Table(new MemorySource({})))->setChunkOffsetParams('stsz', 0, 16); },
+         "ZIRKMOVSampleTable", "mov/ZIRKMOVSampleTable", "CHECK(type == kChunkOffsetType32 || type == kChunkOffsetType64) failed."},
+        {"SampleSizeBoxType", [] { sp<Table>(new Table(new MemorySource({})))->setSampleSizeParams('stco', 0, 16); },
+         "ZIRKMOVSampleTable", "mov/ZIRKMOVSampleTable", "CHECK(type == kSampleSizeType32 || type == kSampleSizeTypeCompact) failed."},
+        {"FirstChunkZero", [] { open(Tables().set(&Tables::stsc, {1, 2, 1, 0, 3, 1})); },
+         "ZIRKMOVSampleTable", "mov/ZIRKMOVSampleTable", "CHECK(U32_AT(buffer) >= 1) failed."},
+        {"SampleTimeFlags", [] { uint32_t s; open(Tables())->findSampleAtTime(0, &s, 7); },
+         "ZIRKMOVSampleTable", "mov/ZIRKMOVSampleTable", "CHECK(flags == kFlagClosest) failed."},
+        {"ChunkTimeFlags", [] { uint32_t c, t; open(Tables())->findChunkAtTime(0, &c, &t, 7); },
+         "ZIRKMOVSampleTable", "mov/ZIRKMOVSampleTable", "CHECK(flags == kFlagClosest) failed."},
+        {"SyncBeforeTheFirstSyncSample", [] { uint32_t s; open(Tables().set(&Tables::stss, {3, 6}))->findSyncSampleNear(0, &s, Table::kFlagBefore); },
+         "ZIRKMOVSampleTable", "mov/ZIRKMOVSampleTable", "CHECK(left > 0) failed."},
+        {"ChunkRangeBehindTheCursor", [] {
+             sp<Table> t = open(Tables());
+             ZIRKMOVSampleIterator it(t.get());
+             it.seekTo(5);
+             it.findChunkRange(0);
+         }, "ZIRKMOVSampleIterator", "mov/ZIRKMOVSampleIterator", "CHECK(sampleIndex >= mFirstChunkSampleIndex) failed."},
+    };
+    for (const auto& row : kRows) {
+        EXPECT_DEATH(row.body(), std::string("F/") + row.tag + ": " + checkMessage(row.source, row.check)) << row.name;
+    }
+}
+
+}  // namespace
