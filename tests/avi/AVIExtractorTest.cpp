@@ -49,23 +49,18 @@ Bytes oneStream(const Bytes& strhData, const Bytes& strfData, const std::string&
     return f.build();
 }
 
-struct ReadResult {
-    std::vector<Bytes> mData;
-    std::vector<int64_t> mTimes;
-    status_t mEnd;
-};
-
-// Every buffer of the track; AVI buffers carry no sync flag.
-ReadResult readAll(const sp<MediaSource>& source) {
+// Every buffer of the track, read to the end of the stream (and their
+// times); AVI buffers carry no sync flag.
+std::vector<Bytes> readAll(const sp<MediaSource>& source, std::vector<int64_t>* times = nullptr) {
     TrackRead t = readTrack(source);
-    EXPECT_FALSE(t.startFailed);
-    ReadResult r{{}, {}, t.end};
+    EXPECT_EQ(t.end, ERROR_END_OF_STREAM);
+    std::vector<Bytes> data;
     for (const Sample& s : t.samples) {
         EXPECT_EQ(s.sync, -1);
-        r.mData.push_back(s.data);
-        r.mTimes.push_back(s.timeUs);
+        data.push_back(s.data);
+        if (times != nullptr) times->push_back(s.timeUs);
     }
-    return r;
+    return data;
 }
 
 struct SampleInfo {
@@ -131,9 +126,7 @@ TEST(AVIRiffWalkTest, OddSizedChunksArePaddedAndShortTailsIgnored) {
     f.mExtraHeaderChunks = {chunk("JUNK", frame(3, 0xEE)), chunk("strn", frame(5, 'n')), Bytes(8, 0xFF)};
     sp<ZIRKAVIExtractor> ex = openBytes(f.build());
     ASSERT_EQ(ex->initCheck(), OK);
-    ReadResult r = readAll(ex->getTrack(0));
-    EXPECT_EQ(r.mData, (std::vector<Bytes>{frame(7, 1), frame(9, 2), frame(4, 3)}));
-    EXPECT_EQ(r.mEnd, ERROR_END_OF_STREAM);
+    EXPECT_EQ(readAll(ex->getTrack(0)), (std::vector<Bytes>{frame(7, 1), frame(9, 2), frame(4, 3)}));
 }
 
 // What opening a file gives: its status (a failed file has no tracks and
@@ -297,9 +290,9 @@ TEST(AVIIndexTest, RelativeAndAbsoluteOffsetsReadTheSameSamples) {
             EXPECT_EQ(static_cast<uint64_t>(s.offset), positions[2 * i] + 8);
             EXPECT_TRUE(s.size == 50u + i && s.timeUs == i * 40000);
         }
-        ReadResult r = readAll(ex->getTrack(0));
-        ASSERT_EQ(r.mData.size(), 4u);
-        EXPECT_EQ(r.mData[3], frame(53, 3));
+        std::vector<Bytes> r = readAll(ex->getTrack(0));
+        ASSERT_EQ(r.size(), 4u);
+        EXPECT_EQ(r[3], frame(53, 3));
     }
 }
 
@@ -324,10 +317,11 @@ TEST(AVIIndexTest, InvalidFrameIsDroppedAndSizeMismatchResolved) {
     EXPECT_TRUE(log.contains("!!! drop one invalid frame, type: 1 !!!", ANDROID_LOG_WARN));
     EXPECT_EQ(sampleSize(ex, 0, 2), 12u);
     EXPECT_TRUE(log.contains(" Stream data size is mismatched with it in 'idx1'/'indx' chunk", ANDROID_LOG_WARN));
-    ReadResult r = readAll(ex->getTrack(0));
-    ASSERT_EQ(r.mData.size(), 3u);
-    EXPECT_EQ(r.mTimes, (std::vector<int64_t>{0, 80000, 120000}));
-    EXPECT_EQ(r.mData[2], frame(13, 3));
+    std::vector<int64_t> times;
+    std::vector<Bytes> r = readAll(ex->getTrack(0), &times);
+    ASSERT_EQ(r.size(), 3u);
+    EXPECT_EQ(times, (std::vector<int64_t>{0, 80000, 120000}));
+    EXPECT_EQ(r[2], frame(13, 3));
     EXPECT_EQ(sampleInfo(ex, 0, 4).status, -34);
     EXPECT_EQ(sampleInfo(ex, 2, 0).status, -34);
     setLE32(&bytes, positions[0] + 4, 500);  // past the next chunk
@@ -366,7 +360,7 @@ TEST(AVIIndexTest, ListsOfTwoGigabytesOrMoreOpen) {
     for (size_t at : {size_t(4), movi}) setLE32(&b, at, getLE32(b, at) + gap);
     sp<ZIRKAVIExtractor> ex = new ZIRKAVIExtractor(new GapSource(b, idx1, gap));
     ASSERT_EQ(ex->initCheck(), OK);
-    EXPECT_EQ(readAll(ex->getTrack(0)).mData.size(), 3u);
+    EXPECT_EQ(readAll(ex->getTrack(0)).size(), 3u);
 }
 
 // Sample times and seek targets. 11 MJPEG frames at 40 ms, key frames 2, 4
@@ -445,10 +439,11 @@ TEST(AVIOpenDMLTest, SuperAndStandardIndexesReadEndToEnd) {
     EXPECT_TRUE(ex->offsetsAreAbsolute());
     for (size_t i = 0; i < 6; ++i) EXPECT_EQ(ex->trackAt(0).mSamples[i].mIsKey, i % 3 == 0) << i;
     EXPECT_EQ(ex->trackAt(0).mNumSyncSamples, 2u);
-    ReadResult r = readAll(ex->getTrack(0));
-    ASSERT_EQ(r.mData.size(), 6u);
-    for (size_t i = 0; i < 6; ++i) EXPECT_TRUE(r.mData[i] == frame(200 + i, i) && r.mTimes[i] == int64_t(i) * 40000) << i;
-    EXPECT_EQ(readAll(ex->getTrack(1)).mData.size(), 6u);  // 160-byte chunks = 20 ms pieces
+    std::vector<int64_t> times;
+    std::vector<Bytes> r = readAll(ex->getTrack(0), &times);
+    ASSERT_EQ(r.size(), 6u);
+    for (size_t i = 0; i < 6; ++i) EXPECT_TRUE(r[i] == frame(200 + i, i) && times[i] == int64_t(i) * 40000) << i;
+    EXPECT_EQ(readAll(ex->getTrack(1)).size(), 6u);  // 160-byte chunks = 20 ms pieces
     AVIFile one;
     one.addSample(one.addVideo("MJPG", 1, 25), frame(16, 1));
     std::vector<uint64_t> positions;
@@ -499,8 +494,6 @@ TEST(AVICodecDataTest, MPEG4DescriptorFillsItsBufferExactlyForEveryLength) {
     }
 }
 
-// The config is what precedes the first VOP of the first non-empty frame;
-// no VOP fails the file.
 // The MPEG-4 configuration is what precedes the first VOP of the first
 // non-empty frame.
 TEST(AVICodecDataTest, MPEG4TrackTakesConfigFromFirstNonEmptyFrame) {
@@ -519,6 +512,7 @@ TEST(AVICodecDataTest, AVCRewriteEdgeCases) {
     const std::pair<Bytes, Bytes> cases[] = {
         {{0, 0, 0, 2, 0x65, 0x88, 0, 0, 0, 1, 0x41}, {0, 0, 0, 1, 0x65, 0x88, 0, 0, 0, 1, 0x41}},
         {{0, 0, 0, 1, 0x67, 0, 0, 0, 5}, {0, 0, 0, 1, 0x67, 0, 0, 0, 5}},  // already start codes
+        {{0, 0, 0, 1, 0x41, 0, 0, 0, 9}, {0, 0, 0, 1, 0x41, 0, 0, 0, 9}},  // a last length with no payload
         {{0, 0, 0, 2, 0x65, 0x88, 0, 0, 0x10, 0, 0x41, 0x42}, {0, 0, 0, 1, 0x65, 0x88, 0, 0, 0, 1, 0x41, 0x42}},
         {{0, 0, 0, 9}, {0, 0, 0, 9}},
     };
@@ -539,7 +533,7 @@ TEST(AVICodecDataTest, AVCWithoutParameterSetsTakesStrfConfig) {
     ASSERT_EQ(ex->initCheck(), OK);
     EXPECT_TRUE(log.contains("Unable to extract AVC codec specific data in sample data. The AVC "
                              "specific data has already been found in 'strf'", ANDROID_LOG_INFO));
-    EXPECT_EQ(readAll(ex->getTrack(0)).mData, (std::vector<Bytes>{{0, 0, 0, 1, 0x65, 0x88, 0x84}}));
+    EXPECT_EQ(readAll(ex->getTrack(0)), (std::vector<Bytes>{{0, 0, 0, 1, 0x65, 0x88, 0x84}}));
 }
 
 TEST(AVISourceTest, SeeksAndEndOfStream) {
@@ -563,7 +557,7 @@ TEST(AVISourceTest, SeeksAndEndOfStream) {
     buffer->release();
     EXPECT_EQ(source->read(&buffer, nullptr), ERROR_END_OF_STREAM);
     EXPECT_EQ(source->stop(), OK);
-    EXPECT_EQ(readAll(source).mData.size(), 6u);  // restartable
+    EXPECT_EQ(readAll(source).size(), 6u);  // restartable
 }
 
 // A chunk that reads short fails its read; the next read moves on.

@@ -106,12 +106,8 @@ void expectExactReads(const std::string& path, const std::string& name, bool con
 
 class CachedFileSourceTest : public ::testing::TestWithParam<test::MediaFile> {};
 
-TEST_P(CachedFileSourceTest, ReadsEqualPlainPread) {
-    expectExactReads(test::testdataPath(GetParam().name), GetParam().name, false);
-}
-
-TEST_P(CachedFileSourceTest, ConcurrentReadersStayExact) {
-    expectExactReads(test::testdataPath(GetParam().name), GetParam().name, true);
+TEST_P(CachedFileSourceTest, ReadsEqualPlainPreadAlsoConcurrently) {
+    for (bool concurrent : {false, true}) expectExactReads(test::testdataPath(GetParam().name), GetParam().name, concurrent);
 }
 
 INSTANTIATE_TEST_SUITE_P(RealFiles, CachedFileSourceTest, ::testing::ValuesIn(test::mediaTestFiles()), test::MediaFileName());
@@ -128,8 +124,7 @@ TEST(CachedFileSourceLargeTest, ReadsAcrossWindowsEqualPlainPread) {
     ASSERT_GE(fd, 0);
     ASSERT_EQ(write(fd, bytes.data(), size), static_cast<ssize_t>(size));
     close(fd);
-    expectExactReads(path, "large", false);
-    expectExactReads(path, "large", true);
+    for (bool concurrent : {false, true}) expectExactReads(path, "large", concurrent);
     unlink(path);
 }
 

@@ -10,7 +10,6 @@
 #include <functional>
 #include <string>
 #include <thread>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -19,6 +18,7 @@
 #include <media/stagefright/FileSource.h>
 
 #include "TestDataSources.h"
+#include "TrackReader.h"
 #include "common/ZIRKCachedFileSource.h"
 #include "entry/ZIRKExtractorEntry.h"
 
@@ -46,39 +46,18 @@ void runTogether(size_t count, const std::function<void(size_t)>& job) {
     for (std::thread& t : threads) t.join();
 }
 
-// Time, sync flag, size and crc32 of the buffer's range.
-using Sample = std::tuple<int64_t, int32_t, size_t, uLong>;
-
-struct TrackRead {
-    std::vector<Sample> samples;
-    status_t end = OK;  // the status that ended the reading
-};
-
 // Bounded: a looping track must not hang the suite (the files hold hundreds).
 constexpr size_t kMaxSamples = 100000;
 
-TrackRead readToEnd(const sp<MediaSource>& track) {
-    TrackRead r;
-    if ((r.end = track->start()) != OK) return r;
-    MediaBuffer* buffer = nullptr;
-    while (r.samples.size() < kMaxSamples && (r.end = track->read(&buffer)) == OK) {
-        Sample s{-1, 0, buffer->range_length(), 0};
-        buffer->meta_data()->findInt64(kKeyTime, &std::get<0>(s));
-        buffer->meta_data()->findInt32(kKeyIsSyncFrame, &std::get<1>(s));
-        std::get<3>(s) = crc32(0, static_cast<const Bytef*>(buffer->data()) + buffer->range_offset(),
-                               static_cast<uInt>(std::get<2>(s)));
-        buffer->release();
-        r.samples.push_back(s);
-    }
-    track->stop();
-    return r;
-}
+test::TrackRead readToEnd(const sp<MediaSource>& track) { return test::readTrack(track, true, kMaxSamples); }
 
-void expectSameRead(const TrackRead& got, const TrackRead& want, size_t track) {
+// Time, sync flag and bytes of each buffer's range (not the bytes past it).
+void expectSameRead(const test::TrackRead& got, const test::TrackRead& want, size_t track) {
     EXPECT_EQ(got.end, want.end) << "track " << track;
     EXPECT_EQ(got.samples.size(), want.samples.size()) << "track " << track;
     for (size_t k = 0; k < std::min(got.samples.size(), want.samples.size()); ++k) {
-        ASSERT_EQ(got.samples[k], want.samples[k]) << "track " << track << ", sample " << k;
+        const test::Sample &a = got.samples[k], &b = want.samples[k];
+        ASSERT_TRUE(a.timeUs == b.timeUs && a.sync == b.sync && a.data == b.data) << "track " << track << ", sample " << k;
     }
 }
 
@@ -89,12 +68,12 @@ TEST_P(ConcurrentTrackReadTest, TracksOnSeparateThreadsEqualOneThread) {
     const char* mime = GetParam().containerMime;
     for (bool cached : {true, false}) {
         SCOPED_TRACE(cached ? "ZIRKCachedFileSource" : "FileSource");
-        std::vector<TrackRead> want;
+        std::vector<test::TrackRead> want;
         sp<MediaExtractor> alone = getInstance(openSource(cached, path), mime);
         ASSERT_NE(alone, nullptr);
         for (size_t i = 0; i < alone->countTracks(); ++i) want.push_back(readToEnd(alone->getTrack(i)));
         ASSERT_FALSE(want.empty());
-        for (const TrackRead& w : want) EXPECT_EQ(w.end, ERROR_END_OF_STREAM);
+        for (const test::TrackRead& w : want) EXPECT_EQ(w.end, ERROR_END_OF_STREAM);
 
         // Several rounds, for different interleavings; two extractors share
         // the source, and each of their tracks has a thread.
@@ -108,7 +87,7 @@ TEST_P(ConcurrentTrackReadTest, TracksOnSeparateThreadsEqualOneThread) {
                 ASSERT_EQ(extractors.back()->countTracks(), want.size());
                 for (size_t i = 0; i < want.size(); ++i) tracks.push_back(extractors.back()->getTrack(i));
             }
-            std::vector<TrackRead> got(tracks.size());
+            std::vector<test::TrackRead> got(tracks.size());
             runTogether(tracks.size(), [&](size_t i) { got[i] = readToEnd(tracks[i]); });
             SCOPED_TRACE("round " + std::to_string(round));
             for (size_t i = 0; i < got.size(); ++i) expectSameRead(got[i], want[i % want.size()], i % want.size());
@@ -117,9 +96,7 @@ TEST_P(ConcurrentTrackReadTest, TracksOnSeparateThreadsEqualOneThread) {
 }
 
 INSTANTIATE_TEST_SUITE_P(RealFiles, ConcurrentTrackReadTest, ::testing::ValuesIn(test::mediaTestFiles()),
-                         [](const ::testing::TestParamInfo<test::MediaFile>& info) {
-                             return test::testNameFor(info.param.name);
-                         });
+                         test::MediaFileName());
 
 // Every entry of a metadata set as text; pointers by type only (they differ
 // from run to run), other values by size and checksum.

@@ -31,8 +31,6 @@ TEST(String8Test, FromUtf16) {
     String8 s("old");
     EXPECT_EQ(s.setTo(static_cast<const char16_t*>(nullptr), 4), OK);
     EXPECT_TRUE(s.isEmpty());
-    s.appendFormat("x=%d/%s", 42, "y");
-    EXPECT_STREQ(s.c_str(), "x=42/y");
 }
 
 }  // namespace

@@ -290,22 +290,6 @@ TEST_P(RealFileTest, EverySourceGivesTheListedSamples) {
 
 INSTANTIATE_TEST_SUITE_P(Files, RealFileTest, ::testing::ValuesIn(mediaTestFiles()), MediaFileName());
 
-// flv_h264_aac.flv: the thumbnail is the larger second key frame (2636
-// bytes), and a seek lands on it.
-TEST(RealFileDetailTest, FLVThumbnailAndSeek) {
-    sp<ZIRKFLVExtractor> ex = new ZIRKFLVExtractor(new MemorySource(readFileBytes(testdataPath("flv_h264_aac.flv"))));
-    int64_t t;
-    EXPECT_TRUE(ex->getTrackMetaData(0)->findInt64(kKeyThumbnailTime, &t));
-    EXPECT_EQ(t, 1000000);
-    sp<MediaSource> source = ex->getTrack(0);
-    ASSERT_EQ(source->start(), OK);
-    MediaSource::ReadOptions options;
-    options.setSeekTo(1500000, MediaSource::ReadOptions::SEEK_PREVIOUS_SYNC);
-    Sample s;
-    ASSERT_EQ(readSample(source, &s, &options), OK);
-    EXPECT_TRUE(s.timeUs == 1000000 && s.sync == 1 && s.data.size() == 2631u) << s.timeUs;
-}
-
 // A file cut inside any tag cannot be opened (its PreviousTagSize chain is
 // broken), and reading the partial tag stays inside the data.
 TEST(RealFileDetailTest, FLVCutInsideAnyTagIsUnreadable) {
