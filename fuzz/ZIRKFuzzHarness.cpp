@@ -148,6 +148,8 @@ void noteFatalCheck(const FatalCheck& check) {
     }
 }
 
+sp<DataSource> makeFuzzSource(const uint8_t* data, size_t size) { return new FuzzSource(data, size); }
+
 int runSniffAndCreate(const uint8_t* data, size_t size) {
     initHarness();
     try {

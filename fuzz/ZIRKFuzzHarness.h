@@ -32,6 +32,9 @@ void initHarness();
 // Records a fired check; prints it to stderr the first time it is seen.
 void noteFatalCheck(const FatalCheck& check);
 
+// A DataSource over the fuzzer's bytes (valid while they are).
+sp<DataSource> makeFuzzSource(const uint8_t* data, size_t size);
+
 // Sniffs the input, then builds the extractor for the sniffed type and lists
 // its tracks and formats.
 int runSniffAndCreate(const uint8_t* data, size_t size);
