@@ -230,8 +230,16 @@ status_t ZIRKMOVSampleTable::setSampleSizeParams(uint32_t type, off64_t dataOffs
     if (versionAndFlags != 0) return ERROR_MALFORMED;
     uint32_t fieldSize = 32;
     if (type == kSampleSizeType32) {
-        // A constant size lists nothing, so its count needs no bytes.
+        // A constant size lists nothing, so its count needs no bytes in the
+        // box; but a file holds at most one sample per byte: a count past its
+        // size is refused rather than built into time tables of 8 bytes a
+        // sample (a 100-byte box could otherwise ask for 6M entries).
         if (defaultSize == 0 && !zirkFitsIn(count, 4, dataSize - 12)) return ERROR_MALFORMED;
+        off64_t fileSize;
+        if (defaultSize != 0 && mDataSource->getSize(&fileSize) == OK && fileSize >= 0 &&
+            static_cast<uint64_t>(count) > static_cast<uint64_t>(fileSize)) {
+            return ERROR_MALFORMED;
+        }
     } else {
         // 24 reserved bits, then the field size.
         if (defaultSize > 255) return ERROR_MALFORMED;
