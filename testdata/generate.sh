@@ -2,8 +2,11 @@
 # Regenerates every media file in testdata/ plus its ffprobe-derived
 # <name>.packets.csv and <name>.streams.txt.  Deterministic: fixed lavfi
 # sources, bitexact muxing/encoding, single-threaded encoders.
-# Usage: testdata/generate.sh   (from anywhere; writes next to this script)
+# Usage: testdata/generate.sh [SECTION...]   (from anywhere; writes next to
+# this script). Sections: flv avi raw mov; none given makes all of them.
 set -euo pipefail
+SECTIONS=" ${*:-flv avi raw mov} "
+want() { [[ $SECTIONS == *" $1 "* ]]; }
 
 cd "$(dirname "$0")"
 OUT=$PWD
@@ -26,20 +29,24 @@ mono() { # mono RATE [DURATION]
 }
 
 PKT_ENTRIES="packet=stream_index,codec_type,pts_time,dts_time,dts,pts,size,flags,duration_time"
+# MOV/MP4 lists also carry each packet's file offset: the sample table's
+# offsets are checked against them.
+MOV_PKT_ENTRIES="packet=stream_index,codec_type,pts_time,dts_time,dts,pts,size,pos,flags,duration_time"
 STREAM_KEYS='index|codec_name|codec_type|profile|codec_tag_string|codec_tag|width|height|pix_fmt|sample_fmt|sample_rate|channels|bits_per_sample|bits_per_raw_sample|block_align|time_base|extradata_size'
 
 # probe NAME: writes NAME.packets.csv and NAME.streams.txt
 probe() {
-    local f=$1
+    local f=$1 entries=$PKT_ENTRIES
+    case $f in *.mov|*.mp4|*.m4a|*.3gp) entries=$MOV_PKT_ENTRIES ;; esac
     # ffprobe prints the fields in its own fixed order (not the order asked
     # for), so derive the header from the key names of the first packet.
     local hdr
     hdr=$(ffprobe -v error -show_packets -read_intervals '%+#1' -of compact=p=0 \
-            -show_entries "$PKT_ENTRIES" "$f" | head -1 |
+            -show_entries "$entries" "$f" | head -1 |
           tr '|' '\n' | cut -d= -f1 | paste -sd, -)
     {
         echo "#$hdr"
-        ffprobe -v error -show_packets -of csv=p=0 -show_entries "$PKT_ENTRIES" "$f"
+        ffprobe -v error -show_packets -of csv=p=0 -show_entries "$entries" "$f"
     } > "$f.packets.csv"
     ffprobe -v error -show_streams -of flat "$f" |
         grep -E "^streams\.stream\.[0-9]+\.($STREAM_KEYS)=" > "$f.streams.txt" || true
@@ -59,6 +66,7 @@ enc() { # enc OUTFILE ffmpeg-args...   (output file appended last)
 X264_SMALL=(-c:v libx264 -preset medium -pix_fmt yuv420p -b:v 120k -x264-params "bframes=2:keyint=25:min-keyint=25:scenecut=0")
 
 ############################################################ FLV
+if want flv; then
 # H.264 (main profile, 2 B-frames, key frame every 25) + AAC 44.1k stereo
 enc flv_h264_aac.flv \
     -f lavfi -i "$(vsrc 176x144 25)" -f lavfi -i "$(stereo 44100)" \
@@ -83,7 +91,9 @@ enc flv_aac_only.flv \
 python3 strip_flv_script.py "$TMP/with_meta.flv" flv_h264_nometa.flv
 probe flv_h264_nometa.flv
 
+fi
 ############################################################ AVI
+if want avi; then
 # MPEG-4 ASP tagged XVID + MP3
 enc avi_xvid_mp3.avi \
     -f lavfi -i "$(vsrc 176x144 25)" -f lavfi -i "$(stereo 44100)" \
@@ -139,7 +149,9 @@ enc avi_mpeg4_aac.avi \
     -c:v mpeg4 -g 12 -bf 0 -b:v 150k \
     -c:a aac -ar 44100 -ac 2 -b:a 64k -f avi
 
+fi
 ############################################################ raw H.264
+if want raw; then
 # Two frames each, Annex-B.  1920x1080 is coded as 1920x1088 + cropping.
 h264_raw() { # h264_raw WxH
     local n=h264_$1
@@ -185,5 +197,48 @@ enc mp2_48000.mp2 -f lavfi -i "$(stereo 48000 0.5)" \
     -c:a mp2 -ar 48000 -ac 2 -b:a 192k -f mp2             # MPEG-1 Layer II
 enc mp2_24000.mp2 -f lavfi -i "$(mono 24000 0.5)" \
     -c:a mp2 -ar 24000 -ac 1 -b:a 64k -f mp2              # MPEG-2 Layer II
+
+fi
+############################################################ MOV / MP4
+# QuickTime brand (-f mov) and ISO brands (mp4, m4a, 3gp). This ffmpeg has no
+# AMR-NB encoder, so the 3GP file carries AAC next to its H.263.
+if want mov; then
+# H.264 with 2 B-frames (composition offsets) + AAC, QuickTime brand
+enc mov_h264_aac.mov \
+    -f lavfi -i "$(vsrc 176x144 25)" -f lavfi -i "$(stereo 44100)" \
+    "${X264_SMALL[@]}" -profile:v main -bf 2 -g 25 \
+    -c:a aac -ar 44100 -ac 2 -b:a 64k -f mov
+# MPEG-4 Part 2 + big-endian 16-bit PCM ('twos')
+enc mov_mpeg4_twos.mov \
+    -f lavfi -i "$(vsrc 176x144 25)" -f lavfi -i "$(mono 22050)" \
+    -c:v mpeg4 -g 12 -bf 0 -b:v 150k \
+    -c:a pcm_s16be -ar 22050 -ac 1 -f mov
+# Motion JPEG + little-endian 16-bit PCM ('sowt')
+enc mov_mjpeg_sowt.mov \
+    -f lavfi -i "$(vsrc 160x120 10)" -f lavfi -i "$(mono 11025)" \
+    -c:v mjpeg -pix_fmt yuvj420p -q:v 20 \
+    -c:a pcm_s16le -ar 11025 -ac 1 -f mov
+# H.263 (QCIF) + AAC in 3GP
+enc 3gp_h263_aac.3gp \
+    -f lavfi -i "$(vsrc 176x144 25)" -f lavfi -i "$(mono 8000)" \
+    -c:v h263 -g 12 -b:v 100k \
+    -c:a aac -ar 8000 -ac 1 -b:a 16k -f 3gp
+# AAC only with iTunes tags and cover art (m4a)
+"${FF[@]}" -f lavfi -i "$(stereo 44100)" -f lavfi -i "color=c=red:size=32x32:duration=0.04" \
+    -map 0:a -map 1:v -c:a aac -ar 44100 -ac 2 -b:a 64k -c:v png -frames:v 1 -disposition:v attached_pic \
+    "${BX[@]}" -metadata title="Test Title" -metadata artist="Test Artist" -metadata album="Test Album" \
+    -metadata date=2014 -metadata track=3/12 -metadata genre=Jazz -f ipod m4a_aac_tags.m4a
+probe m4a_aac_tags.m4a
+# ISO brand with the movie header first (+faststart)
+enc mp4_h264_faststart.mp4 \
+    -f lavfi -i "$(vsrc 176x144 25)" -f lavfi -i "$(stereo 44100)" \
+    "${X264_SMALL[@]}" -profile:v main -bf 2 -g 25 \
+    -c:a aac -ar 44100 -ac 2 -b:a 64k -movflags +faststart -f mp4
+# Fragmented at every key frame: only what moov indexes is played
+enc mp4_h264_fragmented.mp4 \
+    -f lavfi -i "$(vsrc 176x144 25)" -f lavfi -i "$(stereo 44100)" \
+    "${X264_SMALL[@]}" -profile:v main -bf 2 -g 25 \
+    -c:a aac -ar 44100 -ac 2 -b:a 64k -movflags +frag_keyframe -f mp4
+fi
 
 echo "done: $(du -sh "$OUT" | cut -f1) in $OUT"
