@@ -65,4 +65,17 @@ struct ZIRKCheckSite {
         if (!___values.empty()) ::android::zirkFailCheckSite(component, site, ___values); \
     } while (false)
 
+// "<source>:<line> CHECK_NE( <text>) failed: <a> vs. <b>"; must stay fatal
+// where used.
+#define ZIRK_CHECK_NE_HERE(component, text, a, b)                                           \
+    do {                                                                                     \
+        ::android::AString ___values = ::android::Compare_NE(a, b);                          \
+        if (!___values.empty()) {                                                            \
+            ::android::AString ___rest(" CHECK_NE( " text ") failed: ");                    \
+            ___rest.append(___values);                                                       \
+            ::android::zirkCheckFailed((component).tag, (component).source, __LINE__, text, \
+                                       ___rest);                                             \
+        }                                                                                    \
+    } while (false)
+
 #endif

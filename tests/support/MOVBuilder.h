@@ -92,6 +92,136 @@ private:
     Bytes mBytes;
 };
 
+// ---- whole movies, for the box walk
+
+// A box with a 64-bit size (header 16 bytes): payload + 16 unless overridden.
+inline Bytes largeBox(const std::string& type, const Bytes& payload, int64_t sizeOverride = -1) {
+    Bytes b;
+    putBE32(&b, 1);
+    putFourcc(&b, type);
+    putBE64(&b, sizeOverride >= 0 ? static_cast<uint64_t>(sizeOverride) : payload.size() + 16);
+    append(&b, payload);
+    return b;
+}
+
+// A full box: the version-and-flags word, then `rest`.
+inline Bytes fullBox(const std::string& type, uint8_t version, uint32_t flags, const Bytes& rest) {
+    Bytes p;
+    putBE32(&p, static_cast<uint64_t>(version) << 24 | (flags & 0xFFFFFF));
+    append(&p, rest);
+    return box(type, p);
+}
+
+struct Matrix {
+    int32_t a, b, c, d;
+};
+constexpr Matrix kIdentity = {0x10000, 0, 0, 0x10000};
+
+// tkhd of version 0 or 1; width and height whole pixels.
+inline Bytes tkhd(uint8_t version, uint32_t trackId, Matrix m = kIdentity, uint32_t width = 0, uint32_t height = 0) {
+    Bytes r;
+    const int timeWidth = version == 1 ? 8 : 4;
+    putBE(&r, timeWidth, {0, 0});
+    putBE32(&r, trackId);
+    putBE32(&r, 0);
+    putBE(&r, timeWidth, {1000});
+    putBE(&r, 4, {0, 0, 0, 0});  // reserved, layer/alternate group, volume/reserved
+    putBE(&r, 4, {static_cast<uint32_t>(m.a), static_cast<uint32_t>(m.b), 0, static_cast<uint32_t>(m.c),
+                  static_cast<uint32_t>(m.d), 0, 0, 0, 0x40000000});
+    putBE(&r, 4, {static_cast<uint64_t>(width) << 16, static_cast<uint64_t>(height) << 16});
+    return fullBox("tkhd", version, 7, r);
+}
+
+// mdhd; `language` packed as three 5-bit letters.
+inline Bytes mdhd(uint8_t version, uint32_t timescale, uint64_t duration, const char* language = "eng") {
+    Bytes r;
+    const int timeWidth = version == 1 ? 8 : 4;
+    putBE(&r, timeWidth, {0, 0});
+    putBE32(&r, timescale);
+    putBE(&r, timeWidth, {duration});
+    putBE16(&r, static_cast<uint64_t>((language[0] - 0x60) << 10 | (language[1] - 0x60) << 5 | (language[2] - 0x60)));
+    putBE16(&r, 0);
+    return fullBox("mdhd", version, 0, r);
+}
+
+inline Bytes hdlr(const std::string& handler) {
+    Bytes r;
+    putBE32(&r, 0);
+    putFourcc(&r, handler);
+    putBE(&r, 4, {0, 0, 0});
+    r.push_back(0);
+    return fullBox("hdlr", 0, 0, r);
+}
+
+// A visual sample entry of `type`, then its children.
+inline Bytes visualEntry(const std::string& type, uint16_t width, uint16_t height, const Bytes& children = {}) {
+    Bytes p(78, 0);
+    setBE16(&p, 6, 1);
+    setBE16(&p, 24, width);
+    setBE16(&p, 26, height);
+    setBE32(&p, 28, 0x00480000);
+    setBE32(&p, 32, 0x00480000);
+    setBE16(&p, 40, 1);
+    setBE16(&p, 74, 24);
+    setBE16(&p, 76, 0xFFFF);
+    append(&p, children);
+    return box(type, p);
+}
+
+// A sound sample entry; `extension` follows the 28 bytes of version 0 (16
+// bytes for version 1, 36 for version 2).
+inline Bytes soundEntry(const std::string& type, uint16_t version, uint16_t channels, uint32_t rate,
+                        const Bytes& children = {}, const Bytes& extension = {}, uint16_t compressionId = 0) {
+    Bytes p(28, 0);
+    setBE16(&p, 6, 1);
+    setBE16(&p, 8, version);
+    setBE16(&p, 16, channels);
+    setBE16(&p, 18, 16);
+    setBE16(&p, 20, compressionId);
+    setBE32(&p, 24, static_cast<uint64_t>(rate) << 16);
+    append(&p, extension);
+    append(&p, children);
+    return box(type, p);
+}
+
+// An esds box: ES_Descriptor, DecoderConfigDescriptor of `objectType`, and
+// the decoder-specific bytes (none when `specific` is empty).
+inline Bytes esds(uint8_t objectType, const Bytes& specific) {
+    Bytes dsi;
+    if (!specific.empty()) {
+        dsi = {0x05, static_cast<uint8_t>(specific.size())};
+        append(&dsi, specific);
+    }
+    Bytes dcd = {0x04, static_cast<uint8_t>(13 + dsi.size()), objectType, 0x15, 0, 0, 0};
+    putBE(&dcd, 4, {0, 0});
+    append(&dcd, dsi);
+    Bytes es = {0x03, static_cast<uint8_t>(3 + dcd.size() + 3), 0, 1, 0};
+    append(&es, dcd);
+    append(&es, {0x06, 0x01, 0x02});
+    return fullBox("esds", 0, 0, es);
+}
+
+// An stbl with `entries` in its stsd and `count` samples of `size` bytes,
+// one chunk at `chunkOffset`, `delta` units each.
+inline Bytes stbl(const Bytes& entries, uint32_t entryCount, uint32_t count = 3, uint32_t size = 10,
+                  uint32_t delta = 1000, uint32_t chunkOffset = 0) {
+    Bytes sd;
+    putBE(&sd, 4, {0, entryCount});
+    append(&sd, entries);
+    std::vector<uint64_t> sizes(count, size);
+    return box("stbl", cat({box("stsd", sd), box("stts", table({count, delta}, 2)),
+                            box("stsc", table({1, count, 1}, 3)), box("stsz", stsz(0, sizes)),
+                            box("stco", table({chunkOffset}))}));
+}
+
+// A trak: tkhd, then mdia with mdhd, hdlr and minf/stbl.
+inline Bytes trak(uint32_t trackId, const std::string& handler, const Bytes& sampleTable,
+                  uint32_t timescale = 1000, uint64_t duration = 3000, Matrix m = kIdentity) {
+    return box("trak", cat({tkhd(0, trackId, m),
+                            box("mdia", cat({mdhd(0, timescale, duration), hdlr(handler),
+                                             box("minf", sampleTable)}))}));
+}
+
 }  // namespace mov
 }  // namespace test
 }  // namespace android

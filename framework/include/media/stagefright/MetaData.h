@@ -50,6 +50,8 @@ enum {
     kKeyWriter = 'writ',              // cstring
     kKeyDate = 'date',                // cstring
     kKeyLocation = 'loc ',            // cstring
+    kKeyAuthor = 'auth',              // cstring
+    kKeyMediaLanguage = 'lang',       // cstring, ISO 639-2/T
     kKeyAlbumArt = 'albA',            // raw data
     kKeyAlbumArtMIME = 'alAM',        // cstring
     kKeyEncoderDelay = 'encd',        // int32
