@@ -5,15 +5,12 @@
 #include <stdint.h>
 
 #include "fuzz/ZIRKFuzzHarness.h"
+#include "fuzz/ZIRKFuzzMOVQueries.h"
 #include "mov/ZIRKMOVSampleTable.h"
 
 using namespace android;
 
 namespace {
-
-// Queries per kind: enough to cross chunk and table-entry boundaries many
-// times without making one input slow.
-constexpr uint32_t kMaxQueried = 512;
 
 void feedBoxes(const sp<ZIRKMOVSampleTable>& table, const uint8_t* data, size_t size, size_t pos) {
     while (size - pos >= 8) {
@@ -36,42 +33,6 @@ void feedBoxes(const sp<ZIRKMOVSampleTable>& table, const uint8_t* data, size_t 
     }
 }
 
-void query(const sp<ZIRKMOVSampleTable>& table) {
-    const uint32_t samples = table->countSamples();
-    size_t maxSize;
-    table->getMaxSampleSize(&maxSize);
-    for (uint32_t i = 0; i < samples && i < kMaxQueried; ++i) {
-        off64_t offset;
-        size_t size;
-        uint32_t time;
-        bool sync;
-        table->getMetaDataForSample(i, &offset, &size, &time, &sync);
-    }
-    for (uint32_t i : {samples - 1, samples, UINT32_MAX}) table->getMetaDataForSample(i, nullptr, nullptr, nullptr);
-    for (int64_t t : {int64_t(-1), int64_t(0), int64_t(1), int64_t(1000), int64_t(90000), int64_t(UINT32_MAX), INT64_MAX}) {
-        for (uint32_t flags : {0u, 1u, 2u}) {
-            uint32_t index, chunkTime;
-            table->findSampleAtTime(t, &index, flags);
-            table->findChunkAtTime(t, &index, &chunkTime, flags);
-        }
-    }
-    for (uint32_t start : {0u, samples / 2, samples - 1, samples}) {
-        for (uint32_t flags : {0u, 1u, 2u}) {
-            uint32_t index;
-            table->findSyncSampleNear(start, &index, flags);
-        }
-    }
-    uint32_t thumbnail;
-    table->findThumbnailSample(&thumbnail);
-    const uint32_t chunks = table->countChunkOffsets();
-    for (uint32_t c = 0; c < chunks && c < kMaxQueried; ++c) {
-        off64_t offset;
-        size_t size;
-        uint32_t time, inChunk;
-        table->getMetaDataForChunk(c, &offset, &size, &time, &inChunk, 1 + (c & 1) * 1023, 1 + (c & 2) * 504);
-    }
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -81,7 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         sp<ZIRKMOVSampleTable> table = new ZIRKMOVSampleTable(fuzz::makeFuzzSource(data, size));
         table->setAudioFormat(data[0] % 7);
         feedBoxes(table, data, size, 1);
-        query(table);
+        fuzz::querySampleTable(table);
     } catch (const fuzz::FatalCheck& check) {
         fuzz::noteFatalCheck(check);
     }

@@ -17,6 +17,7 @@ case $target in
   entry) seeds=(testdata/*.flv testdata/*.avi) ;;
   codec_helpers) seeds=(testdata/*.h264 testdata/*.h263 testdata/*.bin testdata/*.mp3 testdata/*.mp2) ;;
   esds) seeds=(testdata/aac_mono_44100.m4a) ;;
+  mov) seeds=(testdata/*.mov testdata/*.mp4 testdata/*.m4a testdata/*.3gp) ;;
   mov_sample_table) seeds=() ;;  # fuzz/seeds/mov_sample_table/ only
   *) seeds=() ;;
 esac

@@ -1,0 +1,26 @@
+// The MOV extractor on untrusted files: the box walk, every track's format
+// and the file's metadata, then every query of the first video and the
+// first audio track's sample tables.
+#include "fuzz/ZIRKFuzzHarness.h"
+#include "fuzz/ZIRKFuzzMOVQueries.h"
+#include "mov/ZIRKMOVExtractor.h"
+
+using namespace android;
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    fuzz::initHarness();
+    try {
+        sp<ZIRKMOVExtractor> extractor = new ZIRKMOVExtractor(fuzz::makeFuzzSource(data, size));
+        sp<MetaData> fileMeta = extractor->getMetaData();
+        for (size_t i = 0; i < extractor->countTracks(); ++i) {
+            sp<MetaData> format = extractor->getTrackMetaData(i, 0);
+        }
+        for (const char* prefix : {"video/", "audio/", "text/"}) {
+            ZIRKMOVExtractor::Track* track = extractor->findTrackByMimePrefix(prefix);
+            if (track != nullptr && track->sampleTable != nullptr) fuzz::querySampleTable(track->sampleTable);
+        }
+    } catch (const fuzz::FatalCheck& check) {
+        fuzz::noteFatalCheck(check);
+    }
+    return 0;
+}
