@@ -27,6 +27,21 @@ bool walkUnits(const uint8_t* src, size_t srcSize, uint8_t* dst, size_t dstCapac
         if (o.stopAtStartCode && left >= 4 && memcmp(src + in, kStartCode, 4) == 0) break;
         if (left < n) {
             r->overrunBytes += n - left;
+            r->overrunAt = in;
+            r->overrunLength = 0;
+            if (!o.cutLengthIsUnit) break;
+            if (dst != nullptr) {
+                if (dstCapacity - out < 4 || dstCapacity - out - 4 < left) {
+                    ok = false;
+                    break;
+                }
+                memcpy(dst + out, kStartCode, 4);
+                memmove(dst + out + 4, src + in, left);
+            }
+            out += 4 + left;
+            in = srcSize;
+            ++r->units;
+            r->cutUnit = true;
             break;
         }
         if (o.stopWithoutPayload && left == n) break;
@@ -34,7 +49,11 @@ bool walkUnits(const uint8_t* src, size_t srcSize, uint8_t* dst, size_t dstCapac
         for (size_t i = 0; i < n; ++i) length = (length << 8) | src[in + i];
         const size_t available = left - n;
         const bool overruns = length > available;
-        if (overruns) r->overrunBytes += length - available;
+        if (overruns) {
+            r->overrunBytes += length - available;
+            r->overrunAt = in + n;
+            r->overrunLength = length;
+        }
         const size_t take = !overruns ? static_cast<size_t>(length)
                                       : (o.overrun == ZIRKNALOverrun::kClamp ? available : 0);
         if (dst != nullptr) {
@@ -79,7 +98,9 @@ bool ZIRKRewriteNALLengthsInBuffer(uint8_t* buffer, size_t capacity, size_t inOf
     walkUnits(src, inLength, nullptr, 0, options, result);
     // The output runs ahead by 4 - lengthSize bytes a unit; all of that must
     // fit in front of the input (units <= inLength, so no overflow).
-    const uint64_t growth = static_cast<uint64_t>(result->units) * (4 - options.lengthSize);
+    // (A cut length field handed out as a unit grows by 4.)
+    const uint64_t growth = static_cast<uint64_t>(result->units) * (4 - options.lengthSize) +
+                            (result->cutUnit ? options.lengthSize : 0);
     if (growth > inOffset) return false;
     *result = ZIRKNALRewriteResult();
     return walkUnits(src, inLength, buffer, capacity, options, result);

@@ -24,6 +24,10 @@ struct ZIRKNALRewriteOptions {
     bool stopAtStartCode = false;
     // A length field with no byte after it ends the walk instead of being rewritten.
     bool stopWithoutPayload = false;
+    // A length field cut short by the end of the input is handed out as a
+    // unit of its own bytes (a start code, then those bytes) instead of being
+    // dropped.
+    bool cutLengthIsUnit = false;
 };
 
 struct ZIRKNALRewriteResult {
@@ -31,6 +35,12 @@ struct ZIRKNALRewriteResult {
     size_t consumed = 0;        // bytes of input walked (length fields and payloads)
     size_t units = 0;           // start codes written
     uint64_t overrunBytes = 0;  // bytes that a length, or a cut length field, claims past the input
+    // The unit that overran (at most one: the walk ends there): where its
+    // payload begins (where a cut length field begins) and the length it
+    // claims (0 for a cut field). For the callers' warnings.
+    size_t overrunAt = 0;
+    uint64_t overrunLength = 0;
+    bool cutUnit = false;  // a cut length field was handed out as a unit
 };
 
 // Rewrites src into dst, which must not overlap it. A null dst (capacity 0)

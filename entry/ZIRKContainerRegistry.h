@@ -24,8 +24,8 @@
 // The sniffer and factory are bound only inside the plug-in (the names they
 // use are declared there); everything else is the plain data of
 // kZIRKContainers below, which the tool and the tests read without linking
-// any demultiplexer. ASF and MOV are not in this build yet: their sniffer and
-// factory are the stand-ins of ZIRKPendingDemuxers.h.
+// any demultiplexer. ASF is not in this build yet: its sniffer and factory
+// are the stand-ins of ZIRKPendingDemuxers.h.
 #ifndef ZIRK_CONTAINER_REGISTRY_H_
 #define ZIRK_CONTAINER_REGISTRY_H_
 
@@ -44,7 +44,7 @@
       "getZirkAviExtractorVersion")                                                                   \
     X("MOV", (&MEDIA_MIMETYPE_CONTAINER_MOV), ("mov", "mp4"),                                         \
       ("mov", "mp4", "m4a", "m4v", "3gp", "3g2"), ZIRKSniffMOV, ZIRKSniffMeta::kCallers,              \
-      createMOVExtractor, "getZirkMovExtractorVersion")                                               \
+      construct<ZIRKMOVExtractor>, "getZirkMovExtractorVersion")                                      \
     X("FLV", (&MEDIA_MIMETYPE_CONTAINER_FLV), ("flv"),                                                \
       ("flv"), ZIRKSniffFLV, ZIRKSniffMeta::kCallers, construct<ZIRKFLVExtractor>,                    \
       "getZirkFlvExtractorVersion")                                                                   \

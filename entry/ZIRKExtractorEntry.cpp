@@ -11,6 +11,7 @@
 #include "entry/ZIRKContainerRegistry.h"
 #include "entry/ZIRKPendingDemuxers.h"
 #include "flv/ZIRKFLVExtractor.h"
+#include "mov/ZIRKMOVExtractor.h"
 
 namespace android {
 

@@ -15,10 +15,6 @@ inline bool SniffASF(const sp<DataSource>&, String8*, float*, sp<AMessage>*) { r
 inline MediaExtractor* createASFExtractor(const sp<DataSource>&) { return nullptr; }
 
 
-inline bool ZIRKSniffMOV(const sp<DataSource>&, String8*, float*, sp<AMessage>*) { return false; }
-inline MediaExtractor* createMOVExtractor(const sp<DataSource>&) { return nullptr; }
-
-
 }  // namespace android
 
 #endif

@@ -17,6 +17,7 @@
 #include "mov/ZIRKMOVDataSource.h"
 #include "mov/ZIRKMOVExtractorInternal.h"
 #include "mov/ZIRKMOVSampleTable.h"
+#include "mov/ZIRKMOVSource.h"
 
 namespace android {
 
@@ -90,9 +91,15 @@ sp<MediaSource> ZIRKMOVExtractor::getTrack(size_t index) {
         track = track->next;
         --index;
     }
-    // The track source (ZIRKMOVSource) is not in this build yet: no track
-    // can be read, so every index answers null.
-    return nullptr;
+    // Times are divided by the timescale, which the source keeps as a
+    // positive 32-bit value; a track without a table cannot be read.
+    if (track == nullptr || track->sampleTable == nullptr || track->timescale == 0 ||
+        track->timescale > static_cast<uint32_t>(INT32_MAX)) {
+        return nullptr;
+    }
+    return new ZIRKMOVSource(track->meta, mDataSource, static_cast<int32_t>(track->timescale), track->sampleTable,
+                             mCompressedSource, track->audioFormat, track->blockAlign, track->samplesPerPacket,
+                             track->bytesPerFrame, track->bitsPerSample);
 }
 
 sp<MetaData> ZIRKMOVExtractor::getTrackMetaData(size_t index, uint32_t flags) {
@@ -278,6 +285,7 @@ status_t ZIRKMOVExtractor::parseBox(uint32_t type, off64_t* offset, off64_t boxS
             track->blockAlign = 0;
             track->samplesPerPacket = 0;
             track->bytesPerFrame = 0;
+            track->bitsPerSample = 0;
             if (mLastTrack != nullptr) {
                 mLastTrack->next = track;
             } else {

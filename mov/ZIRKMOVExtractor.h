@@ -29,6 +29,7 @@
 #include <media/stagefright/MediaExtractor.h>
 #include <media/stagefright/MediaSource.h>
 #include <media/stagefright/MetaData.h>
+#include <media/stagefright/foundation/AMessage.h>
 #include <utils/RefBase.h>
 #include <utils/String8.h>
 #include <utils/Vector.h>
@@ -69,6 +70,9 @@ public:
         int32_t blockAlign;
         uint16_t samplesPerPacket;
         uint16_t bytesPerFrame;
+        // The sound description's sample size (bits of one channel's
+        // sample): how the track source reads PCM.
+        uint16_t bitsPerSample;
     };
 
     // The first track whose MIME type begins with `prefix` (case-insensitive).
@@ -143,6 +147,11 @@ private:
 // the data does); *numOfBytes counts the bytes read, modulo 256. -1 when a
 // byte cannot be read. The value wraps at 32 bits.
 int32_t readSize(off64_t offset, const sp<DataSource>& source, uint8_t* numOfBytes);
+
+// Claims QuickTime movies (not ISO files without the "qt  " brand, unless
+// their first box is one of QuickTime's); may hand back the end of the movie
+// header as "meta-data-size". Stateless; safe from any thread.
+bool ZIRKSniffMOV(const sp<DataSource>& source, String8* mimeType, float* confidence, sp<AMessage>* meta);
 
 }  // namespace android
 

@@ -250,6 +250,7 @@ status_t ZIRKMOVExtractor::parseAudioSampleEntry(uint32_t type, off64_t* offset,
         channelCount = 1;
     }
     mLastTrack->audioFormat = findSampleEntryCode(type)->audioFormat;
+    mLastTrack->bitsPerSample = U16_AT(buffer + 18);
 
     size_t childrenAt = kSoundDescriptionSize;
     if (version == 1 || version == 2) {
@@ -272,6 +273,7 @@ status_t ZIRKMOVExtractor::parseAudioSampleEntry(uint32_t type, off64_t* offset,
         memcpy(&rate, &bits, sizeof(rate));
         sampleRate = zirkSaturateCast<uint32_t>(rate);
         channelCount = U32_AT(ext + 8);
+        mLastTrack->bitsPerSample = static_cast<uint16_t>(U32_AT(ext + 16));
         mLastTrack->bytesPerFrame = static_cast<uint16_t>(U32_AT(ext + 24));
         mLastTrack->samplesPerPacket = static_cast<uint16_t>(U32_AT(ext + 28));
     } else if (version != 0) {

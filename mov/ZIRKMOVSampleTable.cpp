@@ -35,12 +35,16 @@ constexpr size_t kTableReadBytes = 64 * 1024;
 // The thumbnail is the largest of the first sync samples, up to this many.
 constexpr uint32_t kThumbnailCandidates = 20;
 
+// Frames a byte of compressed audio can hold where a sample size of 1 counts
+// frames: 4-bit ADPCM holds 2, low-rate MP3 about 16; 64 leaves room.
+constexpr uint64_t kMaxFramesPerByte = 64;
+
 // Listed sample sizes are summed this many at a time.
 constexpr uint32_t kSizesPerRead = 1024;
 
 // Audio framing classes from the audio sample entry: the two Microsoft
 // ADPCM entries and MP3.
-enum { kAudioFormatADPCMIMA = 3, kAudioFormatADPCMMS = 4, kAudioFormatMP3 = 5 };
+enum { kAudioFormatMP3 = 5 };
 
 // The payload lies where a read can name each byte of it.
 bool payloadFits(off64_t offset, uint64_t size) {
@@ -231,13 +235,16 @@ status_t ZIRKMOVSampleTable::setSampleSizeParams(uint32_t type, off64_t dataOffs
     uint32_t fieldSize = 32;
     if (type == kSampleSizeType32) {
         // A constant size lists nothing, so its count needs no bytes in the
-        // box; but a file holds at most one sample per byte: a count past its
-        // size is refused rather than built into time tables of 8 bytes a
-        // sample (a 100-byte box could otherwise ask for 6M entries).
+        // box; but a file holds at most one sample per byte (or, with a size
+        // of 1, where QuickTime counts the frames of compressed audio,
+        // kMaxFramesPerByte): a count past that is refused rather than built
+        // into time tables of 8 bytes a sample (a 100-byte box could
+        // otherwise ask for 6M entries).
         if (defaultSize == 0 && !zirkFitsIn(count, 4, dataSize - 12)) return ERROR_MALFORMED;
         off64_t fileSize;
+        const uint64_t perByte = defaultSize == 1 ? kMaxFramesPerByte : 1;
         if (defaultSize != 0 && mDataSource->getSize(&fileSize) == OK && fileSize >= 0 &&
-            static_cast<uint64_t>(count) > static_cast<uint64_t>(fileSize)) {
+            static_cast<uint64_t>(count) > static_cast<uint64_t>(fileSize) * perByte) {
             return ERROR_MALFORMED;
         }
     } else {
@@ -676,8 +683,8 @@ status_t ZIRKMOVSampleTable::findChunkSamples(uint32_t chunkIndex, uint64_t* fir
 status_t ZIRKMOVSampleTable::chunkByteSize(uint32_t firstSample, uint32_t samples, int32_t blockAlign,
                                            int32_t samplesPerPacket, uint64_t* bytes) {
     if (mDefaultSampleSize != 0) {
-        const bool adpcm = mAudioFormat == kAudioFormatADPCMIMA || mAudioFormat == kAudioFormatADPCMMS;
-        if (adpcm && mDefaultSampleSize == 1 && blockAlign > 0 && samplesPerPacket > 0) {
+        const bool framed = mAudioFormat >= 0 && mAudioFormat <= kAudioFormatMP3;
+        if (framed && mDefaultSampleSize == 1 && blockAlign > 0 && samplesPerPacket > 0) {
             const uint64_t packets = (static_cast<uint64_t>(samples) + samplesPerPacket - 1) / samplesPerPacket;
             *bytes = packets * static_cast<uint64_t>(blockAlign);
         } else {

@@ -90,9 +90,10 @@ public:
                                   bool* isSyncSample = nullptr);
     // The bytes and time of a whole chunk, for audio read a chunk at a time.
     // Chunk sizes: with a constant sample size, samples x size, except for the
-    // ADPCM classes (3, 4) when the size is 1 (QuickTime counts uncompressed
-    // frames there): one blockAlign-byte block per samplesPerPacket frames,
-    // rounded up; with listed sizes, their sum. An MP3 chunk (5) must start on
+    // framed audio classes (0-5) when the size is 1 (QuickTime then counts
+    // uncompressed frames): one blockAlign-byte block per samplesPerPacket
+    // frames, rounded up (PCM passes its frame size and 1); with listed
+    // sizes, their sum. An MP3 chunk (5) must start on
     // a frame sync. The time is that of the chunk's first sample.
     status_t getMetaDataForChunk(uint32_t chunkIndex, off64_t* offset, size_t* size, uint32_t* compositionTime,
                                  uint32_t* samplesInChunk, int32_t blockAlign, int32_t samplesPerPacket);

@@ -218,16 +218,24 @@ enc mov_mjpeg_sowt.mov \
     -f lavfi -i "$(vsrc 160x120 10)" -f lavfi -i "$(mono 11025)" \
     -c:v mjpeg -pix_fmt yuvj420p -q:v 20 \
     -c:a pcm_s16le -ar 11025 -ac 1 -f mov
-# H.263 (QCIF) + AAC in 3GP
+# H.263 (QCIF) + AAC in 3GP, with 3GPP user-data strings (moov/udta titl,
+# perf, auth, albm, yrrc, gnre, dscp, cprt). enc puts BX (-map_metadata -1)
+# before the output name, so these -metadata options still take effect.
 enc 3gp_h263_aac.3gp \
     -f lavfi -i "$(vsrc 176x144 25)" -f lavfi -i "$(mono 8000)" \
     -c:v h263 -g 12 -b:v 100k \
-    -c:a aac -ar 8000 -ac 1 -b:a 16k -f 3gp
-# AAC only with iTunes tags and cover art (m4a)
+    -c:a aac -ar 8000 -ac 1 -b:a 16k -f 3gp \
+    -metadata title="Test Title" -metadata artist="Test Artist" -metadata author="Test Author" \
+    -metadata album="Test Album" -metadata date=2013 -metadata genre=Rock \
+    -metadata comment="Test Comment" -metadata copyright="Test Copyright"
+# AAC only with iTunes tags, cover art and a free-form iTunSMPB item (m4a)
 "${FF[@]}" -f lavfi -i "$(stereo 44100)" -f lavfi -i "color=c=red:size=32x32:duration=0.04" \
     -map 0:a -map 1:v -c:a aac -ar 44100 -ac 2 -b:a 64k -c:v png -frames:v 1 -disposition:v attached_pic \
     "${BX[@]}" -metadata title="Test Title" -metadata artist="Test Artist" -metadata album="Test Album" \
-    -metadata date=2014 -metadata track=3/12 -metadata genre=Jazz -f ipod m4a_aac_tags.m4a
+    -metadata date=2014 -metadata track=3/12 -metadata genre=Jazz -f ipod "$TMP/tags.m4a"
+# ffmpeg cannot write iTunes free-form ('----') items; append one to ilst.
+python3 mov_add_freeform.py "$TMP/tags.m4a" m4a_aac_tags.m4a com.apple.iTunes iTunSMPB \
+    " 00000000 00000840 000001CA 0000000000046E00 00000000 00000000 00000000 00000000 00000000 00000000 00000000 00000000"
 probe m4a_aac_tags.m4a
 # ISO brand with the movie header first (+faststart)
 enc mp4_h264_faststart.mp4 \
@@ -239,6 +247,19 @@ enc mp4_h264_fragmented.mp4 \
     -f lavfi -i "$(vsrc 176x144 25)" -f lavfi -i "$(stereo 44100)" \
     "${X264_SMALL[@]}" -profile:v main -bf 2 -g 25 \
     -c:a aac -ar 44100 -ac 2 -b:a 64k -movflags +frag_keyframe -f mp4
+# Audio only, IMA ADPCM ('ms\0\x11'), 1.5 s: sound description version 1
+enc mov_ima_adpcm.mov \
+    -f lavfi -i "$(stereo 22050 1.5)" \
+    -c:a adpcm_ima_wav -ac 2 -ar 22050 -f mov
+# Audio only, Microsoft ADPCM ('ms\0\x02'), 1.5 s
+enc mov_ms_adpcm.mov \
+    -f lavfi -i "$(mono 11025 1.5)" \
+    -c:a adpcm_ms -ac 1 -ar 11025 -f mov
+# MPEG-4 ASP 160x120 at 10 fps + MP3 ('.mp3') 22050 Hz mono
+enc mov_mp3.mov \
+    -f lavfi -i "$(vsrc 160x120 10)" -f lavfi -i "$(mono 22050)" \
+    -c:v mpeg4 -g 12 -bf 0 -b:v 100k \
+    -c:a libmp3lame -ar 22050 -ac 1 -b:a 32k -f mov
 fi
 
 echo "done: $(du -sh "$OUT" | cut -f1) in $OUT"
