@@ -192,6 +192,16 @@ INSTANTIATE_TEST_SUITE_P(Movies, ZIRKMOVExtractorTest, ::testing::Values(
     Row{"ilst_title_and_3gp_year", movie(aacTrack(), cat({ilstItem("\xA9nam", 1, {'H', 'i'}),
                                                          box("udta", fullBox("yrrc", 0, 0, {0x07, 0xDD}))})), 1,
         {{-1, kKeyTitle, kText, 0, "Hi"}, {-1, kKeyYear, kText, 0, "2013"}}},
+    // iTunes items and 3GPP strings by their own rules (values at payload offset 8, resp. 6).
+    Row{"trkn_16_bytes", movie(aacTrack(), ilstItem("trkn", 0, {0, 0, 0, 3, 0, 12, 0, 0})), 1, {{-1, kKeyCDTrackNumber, kText, 0, "3/12"}}},
+    Row{"trkn_indicator_1_ignored", movie(aacTrack(), ilstItem("trkn", 1, {0, 0, 0, 3, 0, 12, 0, 0})), 1, {{-1, kKeyCDTrackNumber, kAbsent, 0}}},
+    Row{"binary_genre_is_number_less_1", movie(aacTrack(), ilstItem("gnre", 0, {0, 1})), 1, {{-1, kKeyGenre, kText, 0, "0"}}},
+    Row{"albm_hides_track_number", movie(aacTrack(), box("udta", fullBox("albm", 0, 0, cat({{0x15, 0xC7}, {'A', 'l', 'b', 'u', 'm', 0, 7}})))), 1,
+        {{-1, kKeyAlbum, kText, 0, "Album"}, {-1, kKeyCDTrackNumber, kText, 0, "7"}}},
+    Row{"udta_string_of_2048_ignored", movie(aacTrack(), box("udta", fullBox("titl", 0, 0, Bytes(2044, 'a')))), 1, {{-1, kKeyTitle, kAbsent, 0}}},
+    // UTF-16 is kept unconverted: the C string ends at the first zero byte.
+    Row{"udta_utf16_kept", movie(aacTrack(), box("udta", fullBox("titl", 0, 0, {0x15, 0xC7, 0xFE, 0xFF, 0, 'A', 0, 'B'}))), 1,
+        {{-1, kKeyTitle, kText, 0, "\xFE\xFF"}}},
     Row{"meta_hdlr_before_any_track", cat({box("moov", cat({box("udta", fullBox("meta", 0, 0, hdlr("mdir"))), aacTrack()}))}), 1, {}},
     Row{"old_quicktime_meta_skipped", movie(aacTrack(), box("udta", fullBox("meta", 1, 0, box("ilst", Bytes(3, 0))))), 1, {}},
     Row{"compressed_header", cmov(box("moov", cat({fullBox("mvhd", 0, 0, Bytes(96, 0)), avcTrack(), aacTrack()}))), 2,
