@@ -1,8 +1,8 @@
-// ZIRKMOVExtractor on crafted files, one row per hostile construct. The MOV
-// extractor is not in the entry points' factory yet and has no track source,
-// so rows build it directly and pin what the box walk ends in: the track
-// count, or the fatal check that must fire. Every row must also end (no walk
-// that stops advancing), and run clean in the sanitizer build.
+// ZIRKMOVExtractor on crafted files, one row per hostile construct. Each row
+// pins what the box walk ends in (the track count, or the fatal check that
+// must fire), then goes through the entry points as the framework would:
+// every track read and sought in the four modes. Every row must also end
+// (no walk that stops advancing), and run clean in the sanitizer build.
 #include <zlib.h>
 
 #include <ostream>
@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <media/stagefright/MediaDefs.h>
 #include <media/stagefright/MediaErrors.h>
 
 #include "CheckMatchers.h"
@@ -100,6 +101,10 @@ TEST_P(MOVHostileTest, WalkEnds) {
     } else {
         EXPECT_EQ(fired, "");
         EXPECT_EQ(tracks, row.tracks);
+        const fuzz::RunOutcome run = fuzz::runExtractor(
+                new FaultySource(row.bytes, FaultySource::kNone, 0, row.sizeKnown), MEDIA_MIMETYPE_CONTAINER_MOV);
+        EXPECT_EQ(run.fatal, "");
+        EXPECT_EQ(run.tracks, row.tracks);
     }
 }
 
