@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
 # Makes the benchmark inputs with ffmpeg, for each container given (default:
-# flv avi), into DIR (default: bench/inputs, which git ignores):
-#   large_<c>.<ext>  ~1 GB of large samples: 1280x720 H.264 at 10 Mb/s + AAC (FLV)
-#                    or MPEG-4 Part 2 + MP3 (AVI), a 60 s clip looped with -c copy
+# flv avi mov), into DIR (default: bench/inputs, which git ignores):
+#   large_<c>.<ext>  ~1 GB of large samples: 1280x720 H.264 at 10 Mb/s + AAC (FLV,
+#                    MOV) or MPEG-4 Part 2 + MP3 (AVI), a 60 s clip looped with -c copy
 #   small_<c>.<ext>  ~2 hours of small samples: 160x120 at 100 kb/s + 32 kb/s audio
 # Usage: bench/make_inputs.sh [DIR] [CONTAINER...]
 set -euo pipefail
 dir=${1:-$(dirname "$0")/inputs}
 shift || true
 containers=("$@")
-((${#containers[@]})) || containers=(flv avi)
+((${#containers[@]})) || containers=(flv avi mov)
 mkdir -p "$dir"
 ff=(ffmpeg -hide_banner -v error -y)
 
@@ -29,6 +29,8 @@ for c in "${containers[@]}"; do
     flv) vc=libx264 ac=aac loops=12 ;;
     # AVI past 1 GiB, so that the file carries OpenDML indexes (AVIX parts).
     avi) vc=mpeg4 ac=libmp3lame loops=14 ;;
+    # QuickTime brand (-f mov from the name), so that the sniffer claims it.
+    mov) vc=libx264 ac=aac loops=12 ;;
     *) echo "no benchmark inputs for container '$c' yet" >&2; continue ;;
   esac
   ext=$c
