@@ -247,6 +247,10 @@ enc mp4_h264_fragmented.mp4 \
     -f lavfi -i "$(vsrc 176x144 25)" -f lavfi -i "$(stereo 44100)" \
     "${X264_SMALL[@]}" -profile:v main -bf 2 -g 25 \
     -c:a aac -ar 44100 -ac 2 -b:a 64k -movflags +frag_keyframe -f mp4
+# Video only, MPEG-2 ('m2v1', no esds: the sequence header is in the first frame)
+enc mov_mpeg2.mov \
+    -f lavfi -i "$(vsrc 176x144 25 1)" \
+    -c:v mpeg2video -g 12 -b:v 200k -f mov
 # Audio only, IMA ADPCM ('ms\0\x11'), 1.5 s: sound description version 1
 enc mov_ima_adpcm.mov \
     -f lavfi -i "$(stereo 22050 1.5)" \

@@ -2,6 +2,7 @@
 // real file (per-sample video and chunk-based audio), AVC samples whose last
 // NAL or length field is cut by the sample's end, the QuickTime sniffer, the
 // file metadata of the real M4A and 3GP files, and the source's fatal checks.
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -250,6 +251,18 @@ TEST(ZIRKMOVSourceTest, RealFileMetadata) {
     EXPECT_TRUE(m4a->getTrackMetaData(0, 0)->findInt32(kKeyEncoderPadding, &padding));
     EXPECT_EQ(delay, 0x840);
     EXPECT_EQ(padding, 0x1CA);
+
+    // MPEG-2 without esds: the source hands on the first frame's sequence
+    // header (and its extension), up to the GOP header that follows it.
+    sp<MediaSource> mpeg2 = openFile("mov_mpeg2.mov")->getTrack(0);
+    const Bytes esds = findBytes(mpeg2->getFormat(), kKeyESDS);
+    const Bytes frame = readTrack(mpeg2, true, 1).samples.at(0).data;
+    const Bytes kSequence = {0, 0, 1, 0xB3};
+    auto header = std::search(esds.begin(), esds.end(), kSequence.begin(), kSequence.end());
+    ASSERT_NE(header, esds.end());
+    const Bytes fromFrame(frame.begin(), frame.begin() + (esds.end() - header));
+    EXPECT_EQ(Bytes(header, esds.end()), fromFrame);
+    EXPECT_EQ(Bytes(frame.begin() + fromFrame.size(), frame.begin() + fromFrame.size() + 4), Bytes({0, 0, 1, 0xB8}));
 
     meta = openFile("3gp_h263_aac.3gp")->getMetaData();
     const std::vector<std::pair<uint32_t, const char*>> udta = {
