@@ -30,9 +30,6 @@ enum : int32_t { kFormatSowt = 0, kFormatTwos = 1, kFormatIMA = 3, kFormatMS = 4
 // drops an empty record): the ISO default of 4 bytes.
 constexpr uint32_t kDefaultNALLengthSize = 4;
 
-// Protection data of a track; its samples after the first are read whole.
-constexpr uint32_t kKeyProtectionInfo = 'idrm';
-
 int64_t ticksToUs(uint32_t ticks, int32_t timescale) {
     return static_cast<int64_t>(ticks) * 1000000 / timescale;
 }
@@ -321,7 +318,8 @@ status_t ZIRKMOVSource::read(MediaBuffer** out, const ReadOptions* options) {
         }
     }
 
-    const bool wholeForDrm = mFormat->hasData(kKeyProtectionInfo) && mCurrentSampleIndex != 0;
+    // A protected track's samples after the first are read whole.
+    const bool wholeForDrm = mFormat->hasData(kKeyIsDRM) && mCurrentSampleIndex != 0;
     if (!mIsAVC || mWantsNALFragments || wholeForDrm) {
         if (size > mBuffer->size()) {
             ALOGE("Actual frame size %d is greater than buffer size %d\n", static_cast<int>(size),
