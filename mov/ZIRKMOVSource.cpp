@@ -12,6 +12,7 @@
 #include "common/MP3Splitter.h"
 #include "common/ZIRKCodecConfig.h"
 #include "common/ZIRKESDescriptor.h"
+#include "common/ZIRKMetaKeys.h"
 #include "common/ZIRKNALRewrite.h"
 #include "common/ZIRKSafeMath.h"
 #include "mov/ZIRKMOVChecks.h"
@@ -70,6 +71,8 @@ ZIRKMOVSource::ZIRKMOVSource(const sp<MetaData>& format, const sp<DataSource>& d
       mCompressedSource(compressedSource),
       mCurrentSampleIndex(0),
       mIsAVC(false),
+      mIsDRM(false),
+      mChannelCount(0),
       mNALLengthSize(kDefaultNALLengthSize),
       mStarted(false),
       mGroup(nullptr),
@@ -87,6 +90,7 @@ ZIRKMOVSource::ZIRKMOVSource(const sp<MetaData>& format, const sp<DataSource>& d
       mChunkOffset(0),
       mChunkRemaining(0),
       mPCMSampleBytes(0),
+      mAudioFrameFound(false),
       mSeekingAudio(false),
       mAudioSeekTimeUs(0),
       mHeldFrame(nullptr),
@@ -94,6 +98,8 @@ ZIRKMOVSource::ZIRKMOVSource(const sp<MetaData>& format, const sp<DataSource>& d
     const char* mime = "";
     mFormat->findCString(kKeyMIMEType, &mime);
     mIsAVC = !strcasecmp(mime, MEDIA_MIMETYPE_VIDEO_AVC);
+    mIsDRM = mFormat->hasData(kKeyIsDRM);
+    mFormat->findInt32(kKeyChannelCount, &mChannelCount);
     uint32_t type;
     const void* data;
     size_t size;
@@ -128,7 +134,9 @@ void ZIRKMOVSource::getSeqHeaderIfNecessary() {
     const char* mime = "";
     mFormat->findCString(kKeyMIMEType, &mime);
     const bool mpeg2 = !strcasecmp(mime, MEDIA_MIMETYPE_VIDEO_MPEG2) && !mFormat->hasData(kKeyESDS);
-    const bool h263 = !strcasecmp(mime, MEDIA_MIMETYPE_VIDEO_H263);
+    // Once a source has added the key, later sources of the track leave the
+    // shared format alone (sources of a track may be reading it by then).
+    const bool h263 = !strcasecmp(mime, MEDIA_MIMETYPE_VIDEO_H263) && !mFormat->hasData(kKey263AdvancedFeatures);
     if (!mpeg2 && !h263) return;
 
     off64_t offset;
@@ -198,8 +206,7 @@ status_t ZIRKMOVSource::start(MetaData* params) {
             ZIRKAudioType type = kAudioPCM;
             if (mAudioFormat == kFormatIMA) type = kAudioIMAADPCM;
             if (mAudioFormat == kFormatMS) type = kAudioMSADPCM;
-            int32_t channels = 0;
-            mFormat->findInt32(kKeyChannelCount, &channels);
+            const int32_t channels = mChannelCount;
             // PCM sample width: the sound description's sample size, else
             // the frame size of a version 1/2 description over the channels.
             mPCMSampleBytes = mBitsPerSample / 8;
@@ -218,6 +225,7 @@ status_t ZIRKMOVSource::start(MetaData* params) {
     mCurrentSampleIndex = 0;
     mCurrentChunkIndex = 0;
     mChunkRemaining = 0;
+    mAudioFrameFound = false;
     mSeekingAudio = false;
     mStarted = true;
     return OK;
@@ -319,7 +327,7 @@ status_t ZIRKMOVSource::read(MediaBuffer** out, const ReadOptions* options) {
     }
 
     // A protected track's samples after the first are read whole.
-    const bool wholeForDrm = mFormat->hasData(kKeyIsDRM) && mCurrentSampleIndex != 0;
+    const bool wholeForDrm = mIsDRM && mCurrentSampleIndex != 0;
     if (!mIsAVC || mWantsNALFragments || wholeForDrm) {
         if (size > mBuffer->size()) {
             ALOGE("Actual frame size %d is greater than buffer size %d\n", static_cast<int>(size),
@@ -424,6 +432,7 @@ status_t ZIRKMOVSource::readOneAudioFrame(MediaBuffer** out, const ReadOptions* 
         status_t err = mSampleTable->findChunkAtTime(time, &chunkIndex, &chunkTime, ZIRKMOVSampleTable::kFlagBefore);
         if (err != OK) return err == ERROR_OUT_OF_RANGE ? ERROR_END_OF_STREAM : err;
         mCurrentChunkIndex = chunkIndex;
+        mAudioFrameFound = false;
         mSeekingAudio = true;
         mAudioSeekTimeUs = seekTimeUs;
     } else if (mNextFrame != nullptr) {
@@ -438,6 +447,7 @@ status_t ZIRKMOVSource::readOneAudioFrame(MediaBuffer** out, const ReadOptions* 
         if (err == kSplitterNeedsMoreInput) {
             err = appendChunkData();
             if (err == OK) continue;
+            if (mAudioFormat == kFormatMP3 && !mAudioFrameFound) ALOGE("Can't find the MP3 sync code !!!");
             // The track ended while looking for the target: the last frame
             // is the one that holds it.
             if (mHeldFrame != nullptr) {
@@ -449,6 +459,7 @@ status_t ZIRKMOVSource::readOneAudioFrame(MediaBuffer** out, const ReadOptions* 
             return err;
         }
         if (err != OK) return err;
+        mAudioFrameFound = true;
         frame->meta_data()->setInt32(kKeyIsSyncFrame, 1);
         if (mSeekingAudio) {
             int64_t timeUs = 0;
@@ -485,9 +496,7 @@ status_t ZIRKMOVSource::appendChunkData() {
         int32_t blockBytes = mBlockAlign;
         int32_t packetFrames = mSamplesPerPacket;
         if (mAudioFormat == kFormatSowt || mAudioFormat == kFormatTwos) {
-            int32_t channels = 0;
-            mFormat->findInt32(kKeyChannelCount, &channels);
-            blockBytes = channels > 0 ? static_cast<int32_t>(mPCMSampleBytes) * channels : 0;
+            blockBytes = mChannelCount > 0 ? static_cast<int32_t>(mPCMSampleBytes) * mChannelCount : 0;
             packetFrames = 1;
         } else if (mAudioFormat == kFormatMP3) {
             blockBytes = mBytesPerFrame;

@@ -65,6 +65,10 @@ private:
     sp<ZIRKMOVDataSource> mCompressedSource;
     uint32_t mCurrentSampleIndex;
     bool mIsAVC;
+    // Read from the format once, at construction: reads never touch the
+    // shared format, which the extractor's thread may be adding to.
+    bool mIsDRM;
+    int32_t mChannelCount;
     uint32_t mNALLengthSize;
     bool mStarted;
     MediaBufferGroup* mGroup;
@@ -85,6 +89,9 @@ private:
     off64_t mChunkOffset;       // the next piece of the current chunk
     size_t mChunkRemaining;     // bytes of the current chunk not yet read
     size_t mPCMSampleBytes;     // PCM: bytes of one channel's sample (1-4)
+    // A frame came out since start or the last seek: an MP3 track that ends
+    // without one never found a frame sync, which is logged.
+    bool mAudioFrameFound;
     // After a seek, frames are read on until the one that holds the target:
     // mHeldFrame is the latest frame that starts at or before it, and
     // mNextFrame the frame after it, handed out by the next read.
