@@ -134,7 +134,7 @@ TEST(AVIRiffWalkTest, OddSizedChunksArePaddedAndShortTailsIgnored) {
 TEST(AVIOpenTest, StatusFormatAndReport) {
     AVIFile good = mjpegFile(2), oneFrame;
     Bytes noMovi = good.build();
-    noMovi[good.movieOffset() + 8] = 'x';
+    noMovi[findFourcc(noMovi, "movi")] = 'x';
     auto streams = [](int count) {
         AVIFile f;
         for (int s = 0; s < count; ++s) f.addVideo("MJPG", 1, 25);
@@ -242,23 +242,35 @@ TEST(AVIOpenTest, StatusFormatAndReport) {
                       ->initCheck(), ERROR_IO);
 }
 
-// AAC: the config built from rate and channels (none for a rate outside the
-// table), or the stored one, behind the 22-byte descriptor.
-TEST(AVIStreamFormatTest, AACConfigAndPCMSampleSizeMismatch) {
+// The ES descriptor of track 0 ends in the codec configuration: for AAC the
+// one built from rate and channels (none for a rate outside the table) or the
+// stored one, behind the 22-byte descriptor; for MPEG-4 what precedes the
+// first VOP of the first non-empty frame.
+TEST(AVIStreamFormatTest, CodecConfigurationsAndPCMSampleSizeMismatch) {
     const Bytes head = {0x03, 0x16, 0, 0, 0, 0x04, 0x11, 0x40, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x05, 2};
     const Bytes stored = {0x03, 0x19, 0, 0, 0, 0x04, 0x14, 0x40, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x05, 5,
                           0x12, 0x10, 0x56, 0xE5, 0x00};
-    const std::pair<Bytes, Bytes> cases[] = {
-        {waveFormat(0xFF, 2, 44100, 4, 16), cat({head, {0x32, 0x10}})},  // index 4, stereo
-        {waveFormat(0xFF, 2, 7350, 4, 16), {}},
-        {waveFormat(0xFF, 2, 44100, 4, 16, {0x12, 0x10, 0x56, 0xE5, 0x00}), stored},
+    const Bytes vol = {0x00, 0x00, 0x01, 0xB0, 0x01, 0x00, 0x00, 0x01, 0x20, 0x08};
+    auto aac = [](const Bytes& format) {
+        AVIFile f;
+        f.addSample(f.addAudio(format, 1024, 44100, 0), frame(10, 0));
+        return f.build();
+    };
+    AVIFile mpeg4;
+    mpeg4.addSample(mpeg4.addVideo("XVID", 1, 25), Bytes());
+    mpeg4.addSample(0, cat({vol, {0x00, 0x00, 0x01, 0xB6, 0x10, 0x20}}));
+    const struct { const char* name; Bytes file; size_t size; Bytes tail; } cases[] = {
+        {"AAC rate index 4, stereo", aac(waveFormat(0xFF, 2, 44100, 4, 16)), head.size() + 2, cat({head, {0x32, 0x10}})},
+        {"AAC rate outside the table", aac(waveFormat(0xFF, 2, 7350, 4, 16)), 0, {}},
+        {"AAC stored", aac(waveFormat(0xFF, 2, 44100, 4, 16, {0x12, 0x10, 0x56, 0xE5, 0x00})), stored.size(), stored},
+        {"MPEG-4", mpeg4.build(), vol.size() + 22, vol},
     };
     for (const auto& c : cases) {
-        AVIFile f;
-        f.addSample(f.addAudio(c.first, 1024, 44100, 0), frame(10, 0));
-        sp<ZIRKAVIExtractor> ex = openBytes(f.build());
-        ASSERT_EQ(ex->initCheck(), OK);
-        EXPECT_EQ(findBytes(ex->getTrackMetaData(0, 0), kKeyESDS), c.second);
+        sp<ZIRKAVIExtractor> ex = openBytes(c.file);
+        ASSERT_EQ(ex->initCheck(), OK) << c.name;
+        Bytes esds = findBytes(ex->getTrackMetaData(0, 0), kKeyESDS);
+        ASSERT_EQ(esds.size(), c.size) << c.name;
+        EXPECT_EQ(Bytes(esds.end() - c.tail.size(), esds.end()), c.tail) << c.name;
     }
     // PCM whose strh sample size (2) is not its block align (4): per chunk.
     AVIFile f;
@@ -494,20 +506,6 @@ TEST(AVICodecDataTest, MPEG4DescriptorFillsItsBufferExactlyForEveryLength) {
     }
 }
 
-// The MPEG-4 configuration is what precedes the first VOP of the first
-// non-empty frame.
-TEST(AVICodecDataTest, MPEG4TrackTakesConfigFromFirstNonEmptyFrame) {
-    const Bytes vol = {0x00, 0x00, 0x01, 0xB0, 0x01, 0x00, 0x00, 0x01, 0x20, 0x08};
-    AVIFile f;
-    int v = f.addVideo("XVID", 1, 25);
-    f.addSample(v, Bytes());
-    f.addSample(v, cat({vol, {0x00, 0x00, 0x01, 0xB6, 0x10, 0x20}}));
-    sp<ZIRKAVIExtractor> ex = openBytes(f.build());
-    ASSERT_EQ(ex->initCheck(), OK);
-    Bytes esds = findBytes(ex->getTrackMetaData(0, 0), kKeyESDS);
-    ASSERT_EQ(esds.size(), vol.size() + 22);
-    EXPECT_EQ(Bytes(esds.begin() + 22, esds.end()), vol);
-}
 TEST(AVICodecDataTest, AVCRewriteEdgeCases) {
     const std::pair<Bytes, Bytes> cases[] = {
         {{0, 0, 0, 2, 0x65, 0x88, 0, 0, 0, 1, 0x41}, {0, 0, 0, 1, 0x65, 0x88, 0, 0, 0, 1, 0x41}},
@@ -542,20 +540,16 @@ TEST(AVISourceTest, SeeksAndEndOfStream) {
     EXPECT_EQ(source->getFormat().get(), ex->getTrackMetaData(0, 0).get());
     ASSERT_EQ(source->start(), OK);
     MediaSource::ReadOptions options;
-    MediaBuffer* buffer = nullptr;
+    Sample s;
     options.setSeekTo(90000, kNext);
-    ASSERT_EQ(source->read(&buffer, &options), OK);
-    int64_t t;
-    EXPECT_TRUE(buffer->meta_data()->findInt64(kKeyTime, &t) && t == 120000);
-    buffer->release();
+    ASSERT_EQ(readSample(source, &s, &options), OK);
+    EXPECT_EQ(s.timeUs, 120000);
     options.setSeekTo(10000000, kNext);
-    EXPECT_EQ(source->read(&buffer, &options), ERROR_END_OF_STREAM);
-    EXPECT_EQ(buffer, nullptr);
+    EXPECT_EQ(readSample(source, &s, &options), ERROR_END_OF_STREAM);
     options.setSeekTo(200000, kClosest);
-    ASSERT_EQ(source->read(&buffer, &options), OK);
-    EXPECT_EQ(buffer->range_length(), 105u);
-    buffer->release();
-    EXPECT_EQ(source->read(&buffer, nullptr), ERROR_END_OF_STREAM);
+    ASSERT_EQ(readSample(source, &s, &options), OK);
+    EXPECT_EQ(s.data.size(), 105u);
+    EXPECT_EQ(readSample(source, &s), ERROR_END_OF_STREAM);
     EXPECT_EQ(source->stop(), OK);
     EXPECT_EQ(readAll(source).size(), 6u);  // restartable
 }
@@ -569,10 +563,9 @@ TEST(AVISourceTest, ShortReadFailsOneSample) {
     ASSERT_EQ(ex->initCheck(), OK);
     sp<MediaSource> source = ex->getTrack(0);
     ASSERT_EQ(source->start(), OK);
-    MediaBuffer* buffer;
+    Sample s;
     for (status_t expected : {status_t(OK), status_t(ERROR_MALFORMED), status_t(OK), status_t(ERROR_END_OF_STREAM)}) {
-        ASSERT_EQ(source->read(&buffer), expected);
-        if (expected == OK) buffer->release();
+        ASSERT_EQ(readSample(source, &s), expected);
     }
     source->stop();
 }

@@ -135,8 +135,6 @@ public:
         build(kind, &positions);
         return positions;
     }
-    // Of the movi list; the file needs a sample.
-    size_t movieOffset(IndexKind kind = kIdx1Relative) const { return samplePositions(kind).at(0) - 12; }
 
 private:
     struct Stream {

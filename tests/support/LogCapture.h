@@ -38,10 +38,6 @@ public:
         return n;
     }
     bool contains(const std::string& text, int prio = -1) const { return count(text, prio) > 0; }
-    void clear() {
-        std::lock_guard<std::mutex> lock(mLock);
-        mLines.clear();
-    }
 
 private:
     static void hook(void* cookie, int prio, const char* tag, const char* text) {

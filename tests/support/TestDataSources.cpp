@@ -1,8 +1,9 @@
 #include "TestDataSources.h"
 
-#include <dirent.h>
+#include <ctype.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <sstream>
 
 #include <media/stagefright/MediaDefs.h>
@@ -45,19 +46,12 @@ std::vector<CsvRow> readTestdataCsv(const std::string& name) {
 
 std::vector<MediaFile> mediaTestFiles() {
     std::vector<MediaFile> files;
-    DIR* dir = opendir(ZIRK_TESTDATA_DIR);
-    if (dir == nullptr) return files;
-    while (dirent* e = readdir(dir)) {
-        std::string name = e->d_name;
-        auto endsWith = [&](const std::string& x) {
-            return name.size() > x.size() && name.compare(name.size() - x.size(), x.size(), x) == 0;
-        };
-        if (endsWith(".flv")) files.push_back({name, MEDIA_MIMETYPE_CONTAINER_FLV});
-        if (endsWith(".avi")) files.push_back({name, MEDIA_MIMETYPE_CONTAINER_AVI});
+    for (const auto& entry : std::filesystem::directory_iterator(ZIRK_TESTDATA_DIR)) {
+        const std::string ext = entry.path().extension();
+        if (ext == ".flv") files.push_back({entry.path().filename(), MEDIA_MIMETYPE_CONTAINER_FLV});
+        if (ext == ".avi") files.push_back({entry.path().filename(), MEDIA_MIMETYPE_CONTAINER_AVI});
     }
-    closedir(dir);
-    std::sort(files.begin(), files.end(),
-              [](const MediaFile& a, const MediaFile& b) { return a.name < b.name; });
+    std::sort(files.begin(), files.end(), [](const MediaFile& a, const MediaFile& b) { return a.name < b.name; });
     return files;
 }
 
@@ -94,22 +88,13 @@ ssize_t PiecewiseSource::readAt(off64_t offset, void* data, size_t size) {
 
 ssize_t FaultySource::readAt(off64_t offset, void* data, size_t size) {
     if (offset < 0) return ERROR_IO;
-    uint64_t begin = static_cast<uint64_t>(offset);
-    bool touches = mMode != kNone && size > 0 && begin + size > mFaultOffset;
-    if (!touches || (mMode == kHole && begin > mFaultOffset)) return MemorySource::readAt(offset, data, size);
-    switch (mMode) {
-        case kShortRead:
-        case kHole:
-            if (begin >= mFaultOffset) return 0;
-            return MemorySource::readAt(offset, data, static_cast<size_t>(mFaultOffset - begin));
-        case kNegativeRead:
-            return ERROR_IO;
-        case kZeroRead:
-            return 0;
-        case kNone:
-            break;
+    const uint64_t begin = static_cast<uint64_t>(offset);
+    if (mMode == kNone || size == 0 || begin + size <= mFaultOffset || (mMode == kHole && begin > mFaultOffset)) {
+        return MemorySource::readAt(offset, data, size);
     }
-    return MemorySource::readAt(offset, data, size);
+    if (mMode == kNegativeRead) return ERROR_IO;
+    if (mMode == kZeroRead || begin >= mFaultOffset) return 0;
+    return MemorySource::readAt(offset, data, static_cast<size_t>(mFaultOffset - begin));  // short read
 }
 
 status_t FaultySource::getSize(off64_t* size) {
@@ -119,25 +104,12 @@ status_t FaultySource::getSize(off64_t* size) {
 
 ssize_t GapSource::readAt(off64_t offset, void* data, size_t size) {
     if (offset < 0) return ERROR_IO;
+    const uint64_t begin = static_cast<uint64_t>(offset), end = std::min<uint64_t>(begin + size, mBytes.size() + mGapBytes);
     uint8_t* out = static_cast<uint8_t*>(data);
-    uint64_t pos = static_cast<uint64_t>(offset), end = mBytes.size() + mGapBytes;
-    size_t done = 0;
-    while (done < size && pos < end) {
-        size_t n;
-        if (pos < mGapAt) {
-            n = static_cast<size_t>(std::min<uint64_t>(size - done, mGapAt - pos));
-            memcpy(out + done, mBytes.data() + pos, n);
-        } else if (pos < mGapAt + mGapBytes) {
-            n = static_cast<size_t>(std::min<uint64_t>(size - done, mGapAt + mGapBytes - pos));
-            memset(out + done, 0, n);
-        } else {
-            n = static_cast<size_t>(std::min<uint64_t>(size - done, end - pos));
-            memcpy(out + done, mBytes.data() + (pos - mGapBytes), n);
-        }
-        done += n;
-        pos += n;
+    for (uint64_t pos = begin; pos < end; ++pos) {
+        *out++ = pos < mGapAt ? mBytes[pos] : pos < mGapAt + mGapBytes ? 0 : mBytes[pos - mGapBytes];
     }
-    return static_cast<ssize_t>(done);
+    return static_cast<ssize_t>(std::max(begin, end) - begin);
 }
 
 }  // namespace test

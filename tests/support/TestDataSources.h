@@ -56,7 +56,6 @@ public:
         *size = static_cast<off64_t>(mBytes.size());
         return OK;
     }
-    const std::vector<uint8_t>& bytes() const { return mBytes; }
 
 protected:
     std::vector<uint8_t> mBytes;
