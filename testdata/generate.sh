@@ -3,9 +3,9 @@
 # <name>.packets.csv and <name>.streams.txt.  Deterministic: fixed lavfi
 # sources, bitexact muxing/encoding, single-threaded encoders.
 # Usage: testdata/generate.sh [SECTION...]   (from anywhere; writes next to
-# this script). Sections: flv avi raw mov; none given makes all of them.
+# this script). Sections: flv avi raw mov asf; none given makes all of them.
 set -euo pipefail
-SECTIONS=" ${*:-flv avi raw mov} "
+SECTIONS=" ${*:-flv avi raw mov asf} "
 want() { [[ $SECTIONS == *" $1 "* ]]; }
 
 cd "$(dirname "$0")"
@@ -264,6 +264,14 @@ enc mov_mp3.mov \
     -f lavfi -i "$(vsrc 160x120 10)" -f lavfi -i "$(mono 22050)" \
     -c:v mpeg4 -g 12 -bf 0 -b:v 100k \
     -c:a libmp3lame -ar 22050 -ac 1 -b:a 32k -f mov
+fi
+############################################################ ASF
+if want asf; then
+# WMV2 + WMA2 with a title and an author, 1 s, small bit rates (about 40 KB)
+enc asf_wmv2_wmav2.asf \
+    -f lavfi -i "$(vsrc 160x120 10 1)" -f lavfi -i "$(mono 44100 1)" \
+    -c:v wmv2 -b:v 32k -c:a wmav2 -b:a 32k -f asf \
+    -metadata title=T -metadata author=A
 fi
 
 echo "done: $(du -sh "$OUT" | cut -f1) in $OUT"

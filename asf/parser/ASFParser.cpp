@@ -1,0 +1,436 @@
+#define LOG_TAG "ASFParser"
+#include "asf/parser/ASFParser.h"
+
+#include <string.h>
+
+#include <string>
+
+#include <media/stagefright/MediaErrors.h>
+#include <media/stagefright/Utils.h>
+#include <media/stagefright/foundation/ABuffer.h>
+#include <utils/Log.h>
+#include <utils/String8.h>
+#include <zirk/ZIRKByteReader.h>
+
+#include "asf/parser/ASFGuids.h"
+#include "asf/parser/ZIRKASFChecks.h"
+#include "common/ZIRKReadWhole.h"
+#include "common/ZIRKSafeMath.h"
+
+namespace android {
+
+namespace {
+
+const char* const kVersion = "libasfparser_Rev2.1_build_on_Apr 25 2013";
+
+const char* const kLogStreamIssue = "it's stream issue, objSize=%d";
+const char* const kLogHeaderExtTooSmall = "HeadExt size doesn't meet HEADER_EXT_OBJECT_MIN_LEN";
+
+// Smallest sizes of the objects read here: each one's header and the fixed
+// fields the parser reads.
+constexpr int64_t kObjectHeaderSize = 24;     // GUID + 64-bit size
+constexpr int64_t kHeaderObjectMinLen = 30;   // + object count (4) + 2 reserved bytes
+constexpr int64_t kDataObjectMinLen = 50;     // + File ID (16) + packet count (8) + 2 reserved
+constexpr int64_t kFilePropMinLen = 104;      // + File ID (16) + the 64 bytes of FileProps
+constexpr int64_t kStreamPropMinLen = 78;     // + the 54 bytes of fixed fields
+constexpr int64_t kHeaderExtMinLen = 46;      // HEADER_EXT_OBJECT_MIN_LEN: + GUID, 2 reserved, data size (4)
+constexpr int64_t kExtStreamPropMinLen = 88;  // + the 64 bytes of fixed fields
+constexpr int64_t kContentDescMinLen = 34;    // + five 16-bit lengths
+constexpr int64_t kExtContentDescMinLen = 26; // + descriptor count (2)
+
+constexpr size_t kFilePropBytes = 64;
+constexpr size_t kStreamPropFieldBytes = 54;
+constexpr size_t kExtStreamPropFieldBytes = 64;
+constexpr size_t kStreamNameHeaderBytes = 4;   // language index, name length
+constexpr size_t kPayloadExtHeaderBytes = 22;  // extension GUID, data size (2), info length (4)
+
+// Video buffers get this much room over the largest media object the stream
+// declares.
+constexpr uint32_t kMaxSampleHeadroom = 64;
+
+// Every string and value read whole here has a 16-bit length field.
+constexpr int64_t kMaxFieldBytes = 0xFFFF;
+
+// Extended Content Description value types used; BOOL, DWORD, QWORD and WORD
+// values are ignored.
+constexpr uint16_t kValueUnicode = 0;
+constexpr uint16_t kValueBytes = 1;
+
+// The descriptors that become file metadata, matched in this order.
+const struct {
+    const char* name;
+    uint32_t key;
+} kAttributes[] = {
+        {"WM/AlbumTitle", kKeyAlbum},
+        {"WM/AlbumArtist", kKeyAlbumArtist},
+        {"WM/Genre", kKeyGenre},
+        {"WM/Year", kKeyYear},
+        {"WM/TrackNumber", kKeyCDTrackNumber},
+        {"WM/Picture", kKeyAlbumArt},
+};
+
+// The end of the bytes an object may be read from: its declared end, clamped
+// to its parent's.
+int64_t viewEnd(int64_t offset, int64_t size, int64_t limit) {
+    int64_t end;
+    if (size < 0 || !zirkAdd(offset, size, &end) || end > limit) return limit;
+    return end;
+}
+
+// `units` UTF-16LE code units from the reader (as many as it holds), as
+// UTF-8. A zero unit is kept, so a C string taken from the result ends there.
+String8 readUtf16(ZIRKByteReader* reader, size_t units) {
+    std::u16string text;
+    uint16_t unit;
+    while (text.size() < units && reader->readLE16(&unit)) text.push_back(static_cast<char16_t>(unit));
+    return String8(text.data(), text.size());
+}
+
+}  // namespace
+
+ASFParser::ASFParser(const sp<DataSource>& source)
+    : mFileMeta(new MetaData),
+      mDataSource(source),
+      mDurationUs(0),
+      mDataPacketsOffset(0),
+      mFileProps(),
+      mInitCheck(OK) {
+    mInitCheck = parseObject();
+}
+
+ASFParser::~ASFParser() {}
+
+bool ASFParser::readIn(int64_t pos, int64_t end, void* data, size_t n) {
+    if (pos < 0 || pos > end || n > static_cast<uint64_t>(end - pos)) return false;
+    return mDataSource->readAt(pos, data, n) == static_cast<ssize_t>(n);
+}
+
+template <typename Handler>
+status_t ASFParser::walkObjects(int64_t pos, int64_t remaining, int64_t end, bool topLevel, Handler&& handle) {
+    while (remaining >= kObjectHeaderSize) {
+        uint8_t header[kObjectHeaderSize];
+        if (!readIn(pos, end, header, sizeof(header))) return ERROR_MALFORMED;
+        // Sizes are signed 64-bit like the offsets they move, so a size
+        // past 2^63 reads as negative.
+        const int64_t objSize = static_cast<int64_t>(U64LE_AT(header + 16));
+        if (topLevel && objSize < kObjectHeaderSize) {
+            // The objects read so far stand.
+            ALOGE(kLogStreamIssue, static_cast<int>(static_cast<uint32_t>(objSize)));
+            return OK;
+        }
+        // Inside the header a size of 0 or less would hold the walk in place
+        // (or move it back): the walk ends as if the data ended here, which
+        // is the short read of a truncated header.
+        if (objSize <= 0) return ERROR_MALFORMED;
+        int64_t step = objSize;
+        status_t err = handle(header, pos, objSize, &step);
+        if (err != OK) return err;
+        // An object that reaches its parent's end, or claims more, is the
+        // last one.
+        if (step >= remaining) break;
+        // Past any offset the data could reach: the next read would fail.
+        if (!zirkAdd(pos, step, &pos)) return ERROR_MALFORMED;
+        remaining -= step;
+    }
+    return OK;
+}
+
+status_t ASFParser::parseObject() {
+    mTracks.clear();
+    mTrackExts.clear();
+
+    off64_t size = 0;
+    // Must stay fatal.
+    ZIRK_CHECK_SITE(asfchecks::kParser, asfchecks::kGetSize, mDataSource->getSize(&size) == OK);
+
+    mFileProps = FileProps();
+    if (size < kObjectHeaderSize) return ERROR_MALFORMED;
+
+    const int64_t fileEnd = size;
+    status_t err = walkObjects(0, fileEnd, fileEnd, true,
+                               [&](const uint8_t* header, int64_t pos, int64_t objSize, int64_t*) -> status_t {
+        if (isASFGuid(header, kGuidHeader)) return parseHeaderObject(pos, objSize, fileEnd);
+        if (isASFGuid(header, kGuidData)) {
+            if (objSize < kDataObjectMinLen) return ERROR_MALFORMED;
+            // The packets themselves are read on demand.
+            mDataPacketsOffset = pos + kDataObjectMinLen;
+            return OK;
+        }
+        // The Index and Simple Index Objects feed the seek index, which this
+        // build does not have yet; they are stepped over like any other.
+        return OK;
+    });
+    if (err != OK) return err;
+
+    for (Track& track : mTracks) {
+        if (track.type != kTypeVideo) continue;
+        for (const TrackExt& ext : mTrackExts) {
+            if (ext.streamNumber != track.streamNumber) continue;
+            // An object size too large to add the headroom to is no usable
+            // bound: the track keeps 0, as without extended properties.
+            uint32_t withHeadroom;
+            if (zirkAdd(ext.maxObjectSize, kMaxSampleHeadroom, &withHeadroom)) track.maxSampleSize = withHeadroom;
+            break;
+        }
+    }
+    return OK;
+}
+
+status_t ASFParser::parseHeaderObject(int64_t offset, int64_t size, int64_t limit) {
+    if (size < kHeaderObjectMinLen) return ERROR_MALFORMED;
+    const int64_t end = viewEnd(offset, size, limit);
+    // The number of header objects is not used: the walk goes by sizes.
+    return walkObjects(offset + kHeaderObjectMinLen, size - kHeaderObjectMinLen, end, false,
+                       [&](const uint8_t* header, int64_t pos, int64_t objSize, int64_t* step) -> status_t {
+        if (isASFGuid(header, kGuidFileProperties)) return parseFilePropObject(pos, objSize, end);
+        if (isASFGuid(header, kGuidStreamProperties)) return parseStreamPropObject(pos, objSize, end);
+        if (isASFGuid(header, kGuidContentDescription)) return parseContentDescriptionObject(pos, objSize, end);
+        if (isASFGuid(header, kGuidExtContentDescription)) {
+            return parseExtContentDescriptionObject(pos, objSize, end);
+        }
+        if (isASFGuid(header, kGuidHeaderExtension)) {
+            status_t err = parseHeaderExtObject(pos, objSize, end);
+            // A Header Extension too short for its own fields is stepped
+            // over by that minimum and the header goes on: files with a
+            // truncated extension have always been accepted.
+            if (objSize < kHeaderExtMinLen) {
+                *step = kHeaderExtMinLen;
+                return OK;
+            }
+            return err;
+        }
+        return OK;
+    });
+}
+
+status_t ASFParser::parseFilePropObject(int64_t offset, int64_t size, int64_t limit) {
+    if (size < kFilePropMinLen) return ERROR_MALFORMED;
+    uint8_t bytes[kFilePropBytes];
+    // The fields follow the 24-byte header and the 16-byte File ID.
+    if (!readIn(offset + 40, viewEnd(offset, size, limit), bytes, sizeof(bytes))) return ERROR_MALFORMED;
+    ZIRKByteReader r(bytes, sizeof(bytes));
+    FileProps& p = mFileProps;
+    r.readLE64(&p.fileSize);
+    r.readLE64(&p.creationDate);
+    r.readLE64(&p.dataPacketsCount);
+    r.readLE64(&p.playDuration);
+    r.readLE64(&p.sendDuration);
+    r.readLE64(&p.preroll);
+    r.readLE32(&p.flags);
+    r.readLE32(&p.minDataPacketSize);
+    r.readLE32(&p.maxDataPacketSize);
+    r.readLE32(&p.maxBitrate);
+    // The preroll is taken off the play duration. A preroll too large for
+    // that (over 2^63 us) saturates rather than wraps.
+    mDurationUs = zirkSaturateToInt64(static_cast<__int128>(p.playDuration / 10) -
+                                      static_cast<__int128>(p.preroll) * 1000);
+    return OK;
+}
+
+status_t ASFParser::parseStreamPropObject(int64_t offset, int64_t size, int64_t limit) {
+    if (size < kStreamPropMinLen) return ERROR_MALFORMED;
+    if (mTracks.size() >= kMaxStreams) return kErrorTooManyStreams;
+
+    uint8_t bytes[kStreamPropFieldBytes];
+    if (!readIn(offset + kObjectHeaderSize, viewEnd(offset, size, limit), bytes, sizeof(bytes))) {
+        return ERROR_MALFORMED;
+    }
+    ZIRKByteReader r(bytes, sizeof(bytes));
+    const uint8_t* streamType = r.current();
+    uint32_t typeSpecificLength = 0;
+    uint16_t flags = 0;
+    // Stream type and error correction GUIDs, time offset; then after the
+    // type-specific length the error correction length, which is not kept.
+    r.skip(16 + 16 + 8);
+    r.readLE32(&typeSpecificLength);
+    r.skip(4);
+    r.readLE16(&flags);
+
+    Track track = {};
+    track.streamNumber = flags & 0x7F;
+    track.durationUs = mDurationUs;
+    track.typeSpecificOffset = typeSpecificLength != 0 ? offset + kStreamPropMinLen : 0;
+    if (isASFGuid(streamType, kGuidAudioMedia)) {
+        track.type = kTypeAudio;
+        track.maxSampleSize = mFileProps.maxDataPacketSize;
+    } else if (isASFGuid(streamType, kGuidVideoMedia)) {
+        track.type = kTypeVideo;
+    } else {
+        // Streams of any other type (script commands, images...) stay
+        // invisible.
+        return OK;
+    }
+    // Stream numbers may repeat; each Stream Properties Object is one track.
+    mTracks.push_back(track);
+    mAsfTracks.push_back(AsfTrack(track.streamNumber, track.type));
+    return OK;
+}
+
+status_t ASFParser::parseHeaderExtObject(int64_t offset, int64_t size, int64_t limit) {
+    if (size < kHeaderExtMinLen) {
+        ALOGW("%s", kLogHeaderExtTooSmall);
+        return ERROR_MALFORMED;
+    }
+    const int64_t end = viewEnd(offset, size, limit);
+    // The extension data size field is not used: the walk goes by the
+    // object's own size.
+    return walkObjects(offset + kHeaderExtMinLen, size - kHeaderExtMinLen, end, false,
+                       [&](const uint8_t* header, int64_t pos, int64_t objSize, int64_t*) -> status_t {
+        if (isASFGuid(header, kGuidExtStreamProperties)) return parseExtStreamPropObject(pos, objSize, end);
+        return OK;
+    });
+}
+
+status_t ASFParser::parseExtStreamPropObject(int64_t offset, int64_t size, int64_t limit) {
+    if (size < kExtStreamPropMinLen) return ERROR_MALFORMED;
+    const int64_t end = viewEnd(offset, size, limit);
+    uint8_t bytes[kExtStreamPropFieldBytes];
+    if (!readIn(offset + kObjectHeaderSize, end, bytes, sizeof(bytes))) return ERROR_MALFORMED;
+    ZIRKByteReader r(bytes, sizeof(bytes));
+    uint32_t maxObjectSize = 0;
+    uint16_t streamNumber = 0, nameCount = 0, extensionCount = 0;
+    // Start and end time, six bitrate and buffer fields.
+    r.skip(8 + 8 + 6 * 4);
+    r.readLE32(&maxObjectSize);
+    r.skip(4);  // flags
+    r.readLE16(&streamNumber);
+    r.skip(2 + 8);  // language index, average time per frame
+    r.readLE16(&nameCount);
+    r.readLE16(&extensionCount);
+
+    // Each step moves at most 4 + 65535 or 22 + 65535 bytes, and each is read
+    // within the object first, so `pos` stays near the object.
+    int64_t pos = offset + kExtStreamPropMinLen;
+    for (uint16_t i = 0; i < nameCount; ++i) {
+        uint8_t name[kStreamNameHeaderBytes];
+        if (!readIn(pos, end, name, sizeof(name))) return ERROR_MALFORMED;
+        pos += kStreamNameHeaderBytes + U16LE_AT(name + 2);
+    }
+    for (uint16_t i = 0; i < extensionCount; ++i) {
+        uint8_t ext[kPayloadExtHeaderBytes];
+        if (!readIn(pos, end, ext, sizeof(ext))) return ERROR_MALFORMED;
+        // The info length is a 32-bit field, taken as its low 16 bits as the
+        // platform always did.
+        pos += kPayloadExtHeaderBytes + U16LE_AT(ext + 18);
+    }
+
+    if (maxObjectSize >= mFileProps.maxDataPacketSize) mTrackExts.push_back({streamNumber, maxObjectSize});
+
+    // What is left is an embedded Stream Properties Object; it adds its
+    // stream (even one already added) and its failures are its own.
+    const int64_t declaredEnd = viewEnd(offset, size, INT64_MAX);
+    if (pos < declaredEnd) (void)parseStreamPropObject(pos, declaredEnd - pos, end);
+    return OK;
+}
+
+status_t ASFParser::parseContentDescriptionObject(int64_t offset, int64_t size, int64_t limit) {
+    if (size < kContentDescMinLen) return ERROR_MALFORMED;
+    const int64_t end = viewEnd(offset, size, limit);
+    uint8_t lengths[10];
+    if (!readIn(offset + kObjectHeaderSize, end, lengths, sizeof(lengths))) return ERROR_MALFORMED;
+    const uint16_t titleLength = U16LE_AT(lengths);
+    const uint16_t authorLength = U16LE_AT(lengths + 2);
+    // Copyright, description and rating are not read.
+    auto setString = [&](int64_t pos, uint16_t length, uint32_t key) -> status_t {
+        sp<ABuffer> text;
+        if (ZIRKReadWhole(mDataSource, pos, length, end, kMaxFieldBytes, &text) != OK) return ERROR_MALFORMED;
+        ZIRKByteReader r(text->data(), text->size());
+        mFileMeta->setCString(key, readUtf16(&r, length / 2).c_str());
+        return OK;
+    };
+    const int64_t titlePos = offset + kContentDescMinLen;
+    if (titleLength > 0 && setString(titlePos, titleLength, kKeyTitle) != OK) return ERROR_MALFORMED;
+    if (authorLength == 0) return OK;
+    return setString(titlePos + titleLength, authorLength, kKeyArtist);
+}
+
+status_t ASFParser::parseExtContentDescriptionObject(int64_t offset, int64_t size, int64_t limit) {
+    if (size < kExtContentDescMinLen) return ERROR_MALFORMED;
+    const int64_t end = viewEnd(offset, size, limit);
+    uint8_t countBytes[2];
+    if (!readIn(offset + kObjectHeaderSize, end, countBytes, sizeof(countBytes))) return ERROR_MALFORMED;
+    const uint16_t count = U16LE_AT(countBytes);
+    if (size == kExtContentDescMinLen) return OK;
+    // The descriptors are read one at a time rather than as one buffer of
+    // the declared size, so nothing is allocated past a 16-bit length. A body
+    // that is not all there is the short read of that buffer.
+    int64_t bodyEnd;
+    if (!zirkAdd(offset, size, &bodyEnd) || bodyEnd > end) return ERROR_MALFORMED;
+
+    int64_t pos = offset + kExtContentDescMinLen;
+    for (uint32_t i = 0; i < count; ++i) {
+        // Writers do not always keep the descriptors inside the object: one
+        // that runs past its end ends the walk, and those before it stand.
+        uint8_t nameLengthBytes[2];
+        if (bodyEnd - pos < 2 || !readIn(pos, bodyEnd, nameLengthBytes, 2)) break;
+        const uint16_t nameLength = U16LE_AT(nameLengthBytes);
+        if (bodyEnd - pos - 2 < nameLength + 4) break;
+        sp<ABuffer> nameAndType;
+        if (ZIRKReadWhole(mDataSource, pos + 2, nameLength + 4, bodyEnd, kMaxFieldBytes + 4, &nameAndType) != OK) {
+            return ERROR_MALFORMED;
+        }
+        ZIRKByteReader r(nameAndType->data(), nameAndType->size());
+        ZIRKByteReader nameReader;
+        r.subReader(nameLength, &nameReader);
+        // The name keeps its terminating zero, which ends it as a C string.
+        const String8 name = readUtf16(&nameReader, nameLength / 2);
+        uint16_t valueType = 0, valueLength = 0;
+        r.readLE16(&valueType);
+        r.readLE16(&valueLength);
+        const int64_t valuePos = pos + 2 + nameLength + 4;
+        if (bodyEnd - valuePos < valueLength) break;
+        pos = valuePos + valueLength;
+
+        uint32_t key = 0;
+        for (const auto& a : kAttributes) {
+            if (strcmp(name.c_str(), a.name) == 0) {
+                key = a.key;
+                break;
+            }
+        }
+        if (key == 0 || (valueType != kValueUnicode && valueType != kValueBytes)) continue;
+
+        sp<ABuffer> value;
+        if (ZIRKReadWhole(mDataSource, valuePos, valueLength, bodyEnd, kMaxFieldBytes, &value) != OK) {
+            return ERROR_MALFORMED;
+        }
+        ZIRKByteReader v(value->data(), value->size());
+        if (valueType == kValueUnicode) {
+            mFileMeta->setCString(key, readUtf16(&v, valueLength / 2).c_str());
+        } else if (key != kKeyAlbumArt) {
+            mFileMeta->setData(key, MetaData::TYPE_NONE, value->data(), value->size());
+        } else {
+            // WM/Picture: picture type (1), data length (4), then the MIME
+            // type and description (UTF-16, each zero-terminated) and the
+            // picture as the last data-length bytes. A picture that does not
+            // fit in its value is skipped; so the 16-bit cut of the length
+            // the platform made cannot arise, the value's own length being
+            // 16-bit.
+            uint32_t dataLength = 0;
+            if (!v.skip(1) || !v.readLE32(&dataLength) || dataLength > v.remaining()) continue;
+            const size_t textBytes = v.remaining() - dataLength;
+            ZIRKByteReader text;
+            v.subReader(textBytes, &text);
+            mFileMeta->setCString(kKeyAlbumArtMIME, readUtf16(&text, textBytes / 2).c_str());
+            mFileMeta->setData(kKeyAlbumArt, MetaData::TYPE_NONE, v.current(), dataLength);
+        }
+    }
+    return OK;
+}
+
+uint32_t ASFParser::getTypeLength(uint8_t lengthType, int64_t offset, uint32_t* value) {
+    static const uint32_t kWidths[4] = {0, 1, 2, 4};
+    *value = 0;
+    const uint32_t width = lengthType < 4 ? kWidths[lengthType] : 0;
+    if (width == 0) return 0;
+    uint8_t bytes[4] = {0, 0, 0, 0};
+    // The result is deliberately not checked: bytes a short read leaves out
+    // stay zero, and the packet reader judges the fields it gets.
+    (void)mDataSource->readAt(offset, bytes, width);
+    *value = U32LE_AT(bytes);
+    return width;
+}
+
+}  // namespace android
+
+const char* getAsfParserVer() { return android::kVersion; }

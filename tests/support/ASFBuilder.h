@@ -1,0 +1,91 @@
+// Byte builder for ASF test files (all little-endian): objects with their
+// computed size or a wrong one on purpose, the header sub-objects the parser
+// reads, and a Data Object header. The GUIDs are the parser's own table.
+#ifndef ZIRK_TEST_ASF_BUILDER_H_
+#define ZIRK_TEST_ASF_BUILDER_H_
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ByteWriter.h"
+#include "asf/parser/ASFGuids.h"
+
+namespace android {
+namespace test {
+namespace asf {
+
+using Size = std::optional<uint64_t>;  // a size to write instead of the real one
+
+inline Bytes guid(ASFGuidId id) { return Bytes(kASFGuids[id].bytes, kASFGuids[id].bytes + 16); }
+inline Bytes le(int width, std::initializer_list<uint64_t> values) {
+    Bytes b;
+    putLE(&b, width, values);
+    return b;
+}
+inline Bytes joined(const std::vector<Bytes>& parts) {
+    Bytes b;
+    for (const Bytes& p : parts) append(&b, p);
+    return b;
+}
+// ASCII as UTF-16LE with its terminating zero.
+inline Bytes utf16(const std::string& text) {
+    Bytes b;
+    for (char c : text) putLE16(&b, static_cast<uint8_t>(c));
+    return joined({b, {0, 0}});
+}
+
+inline Bytes object(ASFGuidId id, const Bytes& body, Size size = {}) {
+    return joined({guid(id), le(8, {size ? *size : 24 + body.size()}), body});
+}
+inline Bytes header(const std::vector<Bytes>& children, Size size = {}) {
+    return object(kGuidHeader, joined({le(4, {children.size()}), {1, 2}, joined(children)}), size);
+}
+// Durations in 100 ns units, preroll in ms; every packet `maxPacket` bytes.
+inline Bytes fileProps(uint64_t play, uint64_t prerollMs, uint32_t maxPacket) {
+    return object(kGuidFileProperties, joined({Bytes(16, 0), le(8, {0, 0, 0, play, play, prerollMs}),
+                                               le(4, {2, maxPacket, maxPacket, 0})}));
+}
+inline Bytes streamProps(ASFGuidId type, uint16_t flags, const Bytes& typeSpecific = {}) {
+    return object(kGuidStreamProperties, joined({guid(type), Bytes(24, 0), le(4, {typeSpecific.size(), 0}),
+                                                 le(2, {flags, 0, 0}), typeSpecific}));
+}
+inline Bytes headerExt(const std::vector<Bytes>& children) {
+    return object(kGuidHeaderExtension, joined({Bytes(16, 0), le(2, {6}), le(4, {joined(children).size()}), joined(children)}));
+}
+// Stream names of the given byte lengths, payload extension systems of the
+// given info lengths (the low 16 bits of bytes follow each), then `embedded`.
+inline Bytes extStreamProps(uint16_t stream, uint32_t maxObjectSize, const std::vector<uint16_t>& names = {},
+                            const std::vector<uint32_t>& extInfo = {}, const Bytes& embedded = {}) {
+    Bytes b = joined({Bytes(40, 0), le(4, {maxObjectSize, 0}), le(2, {stream, 0}), Bytes(8, 0), le(2, {names.size(), extInfo.size()})});
+    for (uint16_t n : names) b = joined({b, le(2, {0, n}), Bytes(n, 'n')});
+    for (uint32_t n : extInfo) b = joined({b, Bytes(18, 0), le(4, {n}), Bytes(n & 0xFFFF, 0)});
+    return object(kGuidExtStreamProperties, joined({b, embedded}));
+}
+// Title and author; an empty one has length 0.
+inline Bytes contentDesc(const std::string& title, const std::string& author) {
+    Bytes t = title.empty() ? Bytes() : utf16(title), a = author.empty() ? Bytes() : utf16(author);
+    return object(kGuidContentDescription, joined({le(2, {t.size(), a.size(), 0, 0, 0}), t, a}));
+}
+struct Descriptor {
+    std::string name;
+    uint16_t type;
+    Bytes value;
+};
+// `extraCount` more descriptors are declared than written.
+inline Bytes extContentDesc(const std::vector<Descriptor>& ds, uint16_t extraCount = 0) {
+    Bytes b = le(2, {ds.size() + extraCount});
+    for (const Descriptor& d : ds) b = joined({b, le(2, {utf16(d.name).size()}), utf16(d.name), le(2, {d.type, d.value.size()}), d.value});
+    return object(kGuidExtContentDescription, b);
+}
+// A WM/Picture value declaring `dataLength` picture bytes and holding `dataBytes`.
+inline Bytes picture(const std::string& mime, uint32_t dataLength, size_t dataBytes) {
+    return joined({{3}, le(4, {dataLength}), utf16(mime), utf16(""), Bytes(dataBytes, 0xAB)});
+}
+inline Bytes dataObject(Size size = {}) { return object(kGuidData, joined({Bytes(24, 0), le(2, {0x0101})}), size); }
+
+}  // namespace asf
+}  // namespace test
+}  // namespace android
+
+#endif
