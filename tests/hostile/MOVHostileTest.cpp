@@ -3,8 +3,6 @@
 // must fire), then goes through the entry points as the framework would:
 // every track read and sought in the four modes. Every row must also end
 // (no walk that stops advancing), and run clean in the sanitizer build.
-#include <zlib.h>
-
 #include <ostream>
 #include <string>
 
@@ -25,16 +23,13 @@ using namespace android::test::mov;
 
 namespace {
 
-const Bytes kAVCC = {1, 0x42, 0xC0, 0x1E, 0xFF, 0xE0, 0x00};
-
-Bytes videoTrak(const Bytes& sampleTable = stbl(visualEntry("avc1", 64, 64, box("avcC", kAVCC)), 1)) {
-    return trak(1, "vide", sampleTable);
+Bytes withTrack(const Bytes& more) { return movie(avcTrack(), more); }
+Bytes sound(const Bytes& entry) { return movie(trak(1, "soun", stbl(entry, 1))); }
+Bytes truncated() {
+    Bytes b = withTrack({});
+    b.resize(b.size() - 30);
+    return b;
 }
-Bytes textTrak(const Bytes& sampleTable) { return trak(2, "text", sampleTable); }
-Bytes movie(const Bytes& inMoov) {
-    return cat({box("ftyp", Bytes(8, 'q')), box("moov", cat({fullBox("mvhd", 0, 0, Bytes(96, 0)), inMoov}))});
-}
-Bytes withTrack(const Bytes& more) { return movie(cat({videoTrak(), more})); }
 
 // `depth` boxes, each the only child of the one before, cycling through the
 // containers the walk descends into (meta with its full-box word).
@@ -52,29 +47,8 @@ Bytes nested(size_t depth) {
     return b;
 }
 
-// cmov whose cmvd claims `expanded` bytes and holds `stream` (its size field
-// `cmvdSize` unless negative).
-Bytes compressedMovie(uint32_t expanded, const Bytes& stream, int64_t cmvdSize = -1) {
-    Bytes cmvd;
-    putBE32(&cmvd, expanded);
-    append(&cmvd, stream);
-    return box("moov", box("cmov", cat({box("dcom", {'z', 'l', 'i', 'b'}), box("cmvd", cmvd, cmvdSize)})));
-}
-Bytes zlibOf(const Bytes& in) {
-    uLongf size = compressBound(in.size());
-    Bytes out(size);
-    compress(out.data(), &size, in.data(), in.size());
-    out.resize(size);
-    return out;
-}
-
-struct Row {
-    const char* name;
-    Bytes bytes;
-    size_t tracks;
-    const char* fatal = nullptr;  // the check that must fire instead
-    bool sizeKnown = true;
-};
+// `fatal`: the check that must fire instead of the walk ending.
+struct Row { const char* name; Bytes bytes; size_t tracks; const char* fatal = nullptr; bool sizeKnown = true; };
 
 void PrintTo(const Row& row, std::ostream* os) { *os << row.name; }
 
@@ -115,16 +89,19 @@ INSTANTIATE_TEST_SUITE_P(Rows, MOVHostileTest, ::testing::Values(
     // Sizes below their header, 64-bit sizes that overflow the offset or
     // int64, and children that claim more than their parent.
     Row{"box_size_4", withTrack(box("free", {}, 4)), 0},
-    Row{"large_size_past_int64", withTrack([] { Bytes b = largeBox("free", {}); setBE64(&b, 8, 0xFFFFFFFFFFFFFFF0); return b; }()), 0},
+    Row{"large_size_past_int64", withTrack([] {
+            Bytes b = largeBox("free", {});
+            setBE64(&b, 8, 0xFFFFFFFFFFFFFFF0);
+            return b; }()), 0},
     Row{"large_size_wraps_offset", withTrack(largeBox("free", {}, 0x7FFFFFFFFFFFFFF0)), 0},
     Row{"mdat_huge_before_moov", cat({largeBox("mdat", {}, 0x7000000000000000), withTrack({})}), 0},
     Row{"child_past_parent", withTrack(box("udta", box("free", Bytes(4, 0), 100))), 0},
-    Row{"stsd_entry_past_stsd", movie(videoTrak(stbl(box("avc1", Bytes(78, 0), 4000), 1))), 0},
+    Row{"stsd_entry_past_stsd", movie(trak(1, "vide", stbl(box("avc1", Bytes(78, 0), 4000), 1))), 0},
     // Counts past their box: the sample-table setters refuse them, the
     // entry loop of stsd stops at its end (size-0 entries step 4 bytes).
     Row{"stco_count_past_box", withTrack(trak(3, "vide", box("stbl", box("stco", table({0}, 1, 4, 0x40000000))))), 0},
-    Row{"stsd_count_ffffffff_zero_entries", movie(textTrak(stbl(Bytes(16, 0), 0xFFFFFFFF))), 1},
-    Row{"esds_length_past_box", movie(trak(1, "soun", stbl(soundEntry("mp4a", 0, 2, 8000, fullBox("esds", 0, 0, {0x03, 0x7F, 0, 1})), 1))), 0},
+    Row{"stsd_count_ffffffff_zero_entries", movie(trak(2, "text", stbl(Bytes(16, 0), 0xFFFFFFFF))), 1},
+    Row{"esds_length_past_box", sound(soundEntry("mp4a", 0, 2, 8000, fullBox("esds", 0, 0, {0x03, 0x7F, 0, 1}))), 0},
     // Small fields that would be read from the next box, or divide by zero.
     Row{"meta_size_below_4", withTrack(box("udta", box("meta", Bytes(2, 0)))), 0},
     Row{"udta_size_below_8", withTrack(box("udta", Bytes(4, 0))), 1},
@@ -134,9 +111,10 @@ INSTANTIATE_TEST_SUITE_P(Rows, MOVHostileTest, ::testing::Values(
     Row{"hdlr_truncated", movie(box("trak", box("mdia", fullBox("hdlr", 0, 0, {})))), 0},
     Row{"location_18_bytes", withTrack(box("udta", box("\xA9xyz", Bytes(23, '1')))), 0},
     Row{"covr_below_16", withTrack(box("udta", box("covr", Bytes(5, 0)))), 1},
-    Row{"ilst_data_below_4", withTrack(box("udta", fullBox("meta", 0, 0, box("ilst", box("trkn", box("data", {0})))))), 0},
-    Row{"sound_v1_extension_past_box", movie(trak(1, "soun", stbl(soundEntry("twos", 1, 1, 8000), 1))), 0},
-    Row{"wave_without_terminator", movie(trak(1, "soun", stbl(soundEntry("twos", 0, 1, 8000, box("wave", box("frma", Bytes(4, 0)))), 1))), 1},
+    Row{"ilst_data_below_4", withTrack(box("udta", fullBox("meta", 0, 0, box("ilst", box("trkn", box("data", {0})))))),
+        0},
+    Row{"sound_v1_extension_past_box", sound(soundEntry("twos", 1, 1, 8000)), 0},
+    Row{"wave_without_terminator", sound(soundEntry("twos", 0, 1, 8000, box("wave", box("frma", Bytes(4, 0))))), 1},
     // Boxes outside any track.
     Row{"stbl_outside_trak", movie(box("stbl", {})), 0},
     Row{"stco_outside_stbl", movie(box("trak", box("stco", table({0})))), 0},
@@ -145,26 +123,28 @@ INSTANTIATE_TEST_SUITE_P(Rows, MOVHostileTest, ::testing::Values(
     Row{"zero_type_in_moov", withTrack(box(std::string(4, '\0'), {})), 0},
     Row{"zero_type_top_level", cat({box(std::string(4, '\0'), {}), withTrack({})}), 0},
     Row{"all_zeros", Bytes(1 << 20, 0), 0},
-    Row{"truncated_in_stbl", [] { Bytes b = withTrack({}); b.resize(b.size() - 30); return b; }(), 0},
-    Row{"truncated_size_unknown", [] { Bytes b = withTrack({}); b.resize(b.size() - 30); return b; }(), 0, nullptr, false},
+    Row{"truncated_in_stbl", truncated(), 0},
+    Row{"truncated_size_unknown", truncated(), 0, nullptr, false},
     // Compressed headers: a claimed size past the cap, a stream that expands
     // past its claim (16 MiB of zeros claimed as 1000 bytes), sizes below
     // the cmvd header, and a stream claimed past its cmov box.
-    Row{"cmov_expanded_size_huge", compressedMovie(0xFFFFFFFF, zlibOf(Bytes(100, 0))), 0},
-    Row{"cmov_zip_bomb", compressedMovie(1000, zlibOf(Bytes(16 << 20, 0))), 0},
-    Row{"cmvd_size_below_12", compressedMovie(100, zlibOf(Bytes(100, 0)), 8), 0},
-    Row{"cmvd_past_cmov", compressedMovie(100, zlibOf(Bytes(100, 0)), 0x7FFFFFFF), 0},
+    Row{"cmov_expanded_size_huge", compressedMovie(0xFFFFFFFF, zlib(Bytes(100, 0))), 0},
+    Row{"cmov_zip_bomb", compressedMovie(1000, zlib(Bytes(16 << 20, 0))), 0},
+    Row{"cmvd_size_below_12", compressedMovie(100, zlib(Bytes(100, 0)), 8), 0},
+    Row{"cmvd_past_cmov", compressedMovie(100, zlib(Bytes(100, 0)), 0x7FFFFFFF), 0},
     // A compressed header inside an expanded one is refused, and with it
     // the header that holds it (were it expanded, its moov would open).
     Row{"cmov_inside_cmov", [] {
-            const Bytes innermost = box("moov", videoTrak());
-            Bytes header = box("moov", cat({videoTrak(), compressedMovie(innermost.size(), zlibOf(innermost))}));
+            const Bytes innermost = box("moov", avcTrack());
+            Bytes header = box("moov", cat({avcTrack(), compressedMovie(innermost.size(), zlib(innermost))}));
             // The file is made larger than the expanded header, whose offsets
             // the data source holds to the file's size.
-            return cat({compressedMovie(header.size(), zlibOf(header)), box("free", Bytes(4096, 0))}); }(), 0},
-    Row{"cmov_wrong_compression", box("moov", box("cmov", cat({box("dcom", {'g', 'z', 'i', 'p'}), box("cmvd", Bytes(16, 0))}))), 0},
+            return cat({compressedMovie(header.size(), zlib(header)), box("free", Bytes(4096, 0))}); }(), 0},
+    Row{"cmov_wrong_compression",
+        box("moov", box("cmov", cat({box("dcom", {'g', 'z', 'i', 'p'}), box("cmvd", Bytes(16, 0))}))), 0},
     // Checks the platform kept fatal.
-    Row{"tkhd_version_2", movie(box("trak", fullBox("tkhd", 2, 0, Bytes(80, 0)))), 0, "CHECK_EQ( (unsigned)version,0u) failed: "}),
+    Row{"tkhd_version_2", movie(box("trak", fullBox("tkhd", 2, 0, Bytes(80, 0)))), 0,
+        "CHECK_EQ( (unsigned)version,0u) failed: "}),
     [](const ::testing::TestParamInfo<Row>& info) { return std::string(info.param.name); });
 
 }  // namespace

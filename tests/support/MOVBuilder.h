@@ -8,6 +8,7 @@
 #define ZIRK_TEST_MOV_BUILDER_H_
 
 #include <stdint.h>
+#include <zlib.h>
 
 #include <string>
 #include <vector>
@@ -70,26 +71,16 @@ inline Bytes stz2(uint32_t fieldSize, const std::vector<uint64_t>& sizes, int64_
 }
 
 // Where a box's payload lies in the file.
-struct Payload {
-    uint32_t type;
-    int64_t offset;
-    uint64_t size;
-};
+struct Payload { uint32_t type; int64_t offset; uint64_t size; };
 
-class BoxFile {
-public:
-    // `lead` comes first: the sample data chunk offsets point into.
-    explicit BoxFile(Bytes lead = {}) : mBytes(std::move(lead)) {}
+struct BoxFile {
+    Bytes bytes;  // first the lead: the sample data chunk offsets point into
 
     Payload add(const std::string& type, const Bytes& payload) {
-        Payload p = {fourcc(type), static_cast<int64_t>(mBytes.size()) + 8, payload.size()};
-        append(&mBytes, box(type, payload));
+        Payload p = {fourcc(type), static_cast<int64_t>(bytes.size()) + 8, payload.size()};
+        append(&bytes, box(type, payload));
         return p;
     }
-    const Bytes& bytes() const { return mBytes; }
-
-private:
-    Bytes mBytes;
 };
 
 // ---- whole movies, for the box walk
@@ -112,36 +103,22 @@ inline Bytes fullBox(const std::string& type, uint8_t version, uint32_t flags, c
     return box(type, p);
 }
 
-struct Matrix {
-    int32_t a, b, c, d;
-};
+struct Matrix { int32_t a, b, c, d; };
 constexpr Matrix kIdentity = {0x10000, 0, 0, 0x10000};
 
-// tkhd of version 0 or 1; width and height whole pixels.
-inline Bytes tkhd(uint8_t version, uint32_t trackId, Matrix m = kIdentity, uint32_t width = 0, uint32_t height = 0) {
+// tkhd and mdhd of version 0; mdhd's language is "eng" in three 5-bit letters.
+inline Bytes tkhd(uint32_t trackId, Matrix m) {
     Bytes r;
-    const int timeWidth = version == 1 ? 8 : 4;
-    putBE(&r, timeWidth, {0, 0});
-    putBE32(&r, trackId);
-    putBE32(&r, 0);
-    putBE(&r, timeWidth, {1000});
-    putBE(&r, 4, {0, 0, 0, 0});  // reserved, layer/alternate group, volume/reserved
+    putBE(&r, 4, {0, 0, trackId, 0, 1000, 0, 0, 0, 0});  // times, id, duration, layer, volume
     putBE(&r, 4, {static_cast<uint32_t>(m.a), static_cast<uint32_t>(m.b), 0, static_cast<uint32_t>(m.c),
-                  static_cast<uint32_t>(m.d), 0, 0, 0, 0x40000000});
-    putBE(&r, 4, {static_cast<uint64_t>(width) << 16, static_cast<uint64_t>(height) << 16});
-    return fullBox("tkhd", version, 7, r);
+                  static_cast<uint32_t>(m.d), 0, 0, 0, 0x40000000, 0, 0});  // the matrix, width, height
+    return fullBox("tkhd", 0, 7, r);
 }
-
-// mdhd; `language` packed as three 5-bit letters.
-inline Bytes mdhd(uint8_t version, uint32_t timescale, uint64_t duration, const char* language = "eng") {
+inline Bytes mdhd(uint32_t timescale, uint64_t duration) {
     Bytes r;
-    const int timeWidth = version == 1 ? 8 : 4;
-    putBE(&r, timeWidth, {0, 0});
-    putBE32(&r, timescale);
-    putBE(&r, timeWidth, {duration});
-    putBE16(&r, static_cast<uint64_t>((language[0] - 0x60) << 10 | (language[1] - 0x60) << 5 | (language[2] - 0x60)));
-    putBE16(&r, 0);
-    return fullBox("mdhd", version, 0, r);
+    putBE(&r, 4, {0, 0, timescale, duration});
+    putBE(&r, 2, {('e' - 0x60) << 10 | ('n' - 0x60) << 5 | ('g' - 0x60), 0});
+    return fullBox("mdhd", 0, 0, r);
 }
 
 inline Bytes hdlr(const std::string& handler) {
@@ -201,15 +178,15 @@ inline Bytes esds(uint8_t objectType, const Bytes& specific) {
     return fullBox("esds", 0, 0, es);
 }
 
-// An stbl with `entries` in its stsd and `count` samples of `size` bytes,
-// one chunk at `chunkOffset`, `delta` units each.
-inline Bytes stbl(const Bytes& entries, uint32_t entryCount, uint32_t count = 3, uint32_t size = 10,
-                  uint32_t delta = 1000, uint32_t chunkOffset = 0) {
+// An stbl with `entries` in its stsd and one sample of each size, all in
+// one chunk at `chunkOffset`, 1000 units each.
+inline Bytes stbl(const Bytes& entries, uint32_t entryCount, const std::vector<uint64_t>& sizes = {10, 10, 10},
+                  uint32_t chunkOffset = 0) {
     Bytes sd;
     putBE(&sd, 4, {0, entryCount});
     append(&sd, entries);
-    std::vector<uint64_t> sizes(count, size);
-    return box("stbl", cat({box("stsd", sd), box("stts", table({count, delta}, 2)),
+    const uint64_t count = sizes.size();
+    return box("stbl", cat({box("stsd", sd), box("stts", table({count, 1000}, 2)),
                             box("stsc", table({1, count, 1}, 3)), box("stsz", stsz(0, sizes)),
                             box("stco", table({chunkOffset}))}));
 }
@@ -217,9 +194,38 @@ inline Bytes stbl(const Bytes& entries, uint32_t entryCount, uint32_t count = 3,
 // A trak: tkhd, then mdia with mdhd, hdlr and minf/stbl.
 inline Bytes trak(uint32_t trackId, const std::string& handler, const Bytes& sampleTable,
                   uint32_t timescale = 1000, uint64_t duration = 3000, Matrix m = kIdentity) {
-    return box("trak", cat({tkhd(0, trackId, m),
-                            box("mdia", cat({mdhd(0, timescale, duration), hdlr(handler),
+    return box("trak", cat({tkhd(trackId, m),
+                            box("mdia", cat({mdhd(timescale, duration), hdlr(handler),
                                              box("minf", sampleTable)}))}));
+}
+
+const Bytes kAVCC = {1, 0x42, 0xC0, 0x1E, 0xFF, 0xE0, 0x00};
+
+// A 160x120 AVC track of three 10-byte samples.
+inline Bytes avcTrack(const Bytes& config = box("avcC", kAVCC), uint32_t id = 1, Matrix m = kIdentity) {
+    return trak(id, "vide", stbl(visualEntry("avc1", 160, 120, config), 1), 1000, 3000, m);
+}
+
+// ftyp, then moov with an mvhd and the boxes given.
+inline Bytes movie(const Bytes& inMoov, const Bytes& more = {}) {
+    return cat({box("ftyp", Bytes(8, 'q')), box("moov", cat({fullBox("mvhd", 0, 0, Bytes(96, 0)), inMoov, more}))});
+}
+
+inline Bytes zlib(const Bytes& in) {
+    uLongf n = compressBound(in.size());
+    Bytes out(n);
+    if (compress(out.data(), &n, in.data(), in.size()) != Z_OK) return {};
+    out.resize(n);
+    return out;
+}
+
+// A moov/cmov whose cmvd claims `expanded` bytes and holds `stream` (its
+// size field `cmvdSize` unless negative).
+inline Bytes compressedMovie(uint32_t expanded, const Bytes& stream, int64_t cmvdSize = -1) {
+    Bytes cmvd;
+    putBE32(&cmvd, expanded);
+    append(&cmvd, stream);
+    return box("moov", box("cmov", cat({box("dcom", {'z', 'l', 'i', 'b'}), box("cmvd", cmvd, cmvdSize)})));
 }
 
 }  // namespace mov
