@@ -356,6 +356,25 @@ TEST(ZIRKMOVSourceTest, AVCSamplesCutByTheirEndAreDeliveredWithAWarning) {
     EXPECT_EQ(whole.samples[0].data, overrun);
 }
 
+// MP3 chunks without a frame: one that does not start on a frame sync is
+// refused by the table, one whose sync opens no frame by the source.
+TEST(ZIRKMOVSourceTest, MP3ChunksWithoutAFrameEndTheTrackWithTheirLog) {
+    const std::pair<uint8_t, const char*> kCases[] = {{0x00, "Can't find the first sync code for MP3 !!!"},
+                                                      {0xFF, "Can't find the MP3 sync code !!!"}};
+    for (const auto& [first, line] : kCases) {
+        Bytes data(64, 0);
+        data[0] = first;
+        data[1] = 0xE0;
+        const Bytes track = trak(1, "soun", stbl(soundEntry(".mp3", 0, 1, 22050), 1, {64}, 8));
+        const Bytes file = cat({box("mdat", data), movie(track)});
+        LogCapture log;
+        const TrackRead read = readTrack((new ZIRKMOVExtractor(new MemorySource(file)))->getTrack(0));
+        EXPECT_TRUE(read.samples.empty());
+        EXPECT_EQ(read.end, ERROR_END_OF_STREAM);
+        EXPECT_TRUE(log.contains(line)) << line;
+    }
+}
+
 // The fatal checks of the box walk that files can reach, and the source's.
 TEST(ZIRKMOVExtractorDeathTest, ChecksStayFatal) {
     sp<MediaExtractor> extractor = new ZIRKMOVExtractor(new MemorySource(avcMovie({{0, 0, 0, 1, 'a'}})));
