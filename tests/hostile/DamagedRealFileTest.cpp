@@ -1,4 +1,4 @@
-// Every real FLV and AVI test file, damaged, through the fuzz harness (which
+// Every real test file this build reads, damaged, through the fuzz harness (which
 // opens the extractor, lists every track, reads each to the end and seeks in
 // every mode). Damage may lose tracks or samples, fail the open, or stop at
 // one of the extractors' deliberate fatal checks; it may not crash, trip a

@@ -306,7 +306,17 @@ TEST_P(RealFileTest, EverySourceGivesTheListedSamples) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Files, RealFileTest, ::testing::ValuesIn(mediaTestFiles()), MediaFileName());
+// The FLV and AVI files; MOV files are compared with their lists in
+// tests/mov and by the probe's cross-check.
+std::vector<MediaFile> flvAndAviFiles() {
+    std::vector<MediaFile> files = mediaTestFiles();
+    files.erase(std::remove_if(files.begin(), files.end(),
+                               [](const MediaFile& f) { return !strcmp(f.containerMime, MEDIA_MIMETYPE_CONTAINER_MOV); }),
+                files.end());
+    return files;
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, RealFileTest, ::testing::ValuesIn(flvAndAviFiles()), MediaFileName());
 
 // A file cut inside any tag cannot be opened (its PreviousTagSize chain is
 // broken), and reading the partial tag stays inside the data.

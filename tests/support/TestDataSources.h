@@ -31,8 +31,9 @@ std::string testdataPath(const std::string& name);
 using CsvRow = std::map<std::string, std::string>;
 std::vector<CsvRow> readTestdataCsv(const std::string& name);
 
-// The real container files of testdata/ (*.flv, *.avi), sorted by name, each
-// with its container MIME type. Prints as its name in test output.
+// The real container files of testdata/ that this build reads (by the
+// container registry's extensions), sorted by name, each with its container
+// MIME type. Prints as its name in test output.
 struct MediaFile {
     std::string name;
     const char* containerMime;
