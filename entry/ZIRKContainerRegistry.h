@@ -14,7 +14,7 @@
 //   sniffer     same signature as sniffZIRKExtractor
 //   sniffMeta   whether the sniffer is handed the caller's meta message. Only
 //               MOV and FLV are; the others are always given none and so never
-//               return sniff metadata, as the platform's entry point did.
+//               return sniff metadata.
 //   factory     MediaExtractor* (const sp<DataSource>&)
 //   version     name of the exported function returning the demultiplexer's
 //               version string; nullptr for RealMedia, whose version is its

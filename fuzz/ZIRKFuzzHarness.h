@@ -1,8 +1,8 @@
 // Shared driver of the fuzz targets. Each target is one small file that calls
 // one of these with the fuzzer's input.
 //
-// Fatal checks: the library ends the process on the checks the platform's
-// extractors had; under fuzzing such a check is an expected outcome, not a
+// Fatal checks: the library ends the process on its deliberate fatal
+// checks; under fuzzing such a check is an expected outcome, not a
 // finding. The harness installs an assert hook that throws FatalCheck out of
 // __android_log_assert; the target catches it, records which check fired (by
 // its message without the line number) and goes on with the next input.

@@ -3,6 +3,7 @@
 
 #include <string.h>
 
+#include <algorithm>
 #include <string>
 
 #include <media/stagefright/MediaErrors.h>
@@ -68,6 +69,57 @@ const struct {
         {"WM/TrackNumber", kKeyCDTrackNumber},
         {"WM/Picture", kKeyAlbumArt},
 };
+
+// The data packet reader's failures, each logged with the function and the
+// fixed line its message has always carried.
+const char* const kLogPacketRead = "%s,line:%d";
+const char* const kLogStreamZero = "PD.uiStreamNumber=%d";
+const char* const kPacketReader = "getPayload";
+constexpr int kLineErrorCorrectionFlags = 1257;
+constexpr int kLineLengthTypeFlags = 1272;
+constexpr int kLineSendTime = 1285;
+constexpr int kLinePayloadFlags = 1304;
+constexpr int kLineStreamNumber = 1314;
+constexpr int kLineTimeDelta = 1335;
+constexpr int kLineSubPayloadLength = 1352;
+constexpr int kLineCompressedTableFull = 1370;
+constexpr int kLineReplicatedData = 1394;
+constexpr int kLinePayloadTableFull = 1429;
+
+// Data packet fields.
+constexpr uint8_t kErrorCorrectionPresent = 0x80;     // error correction flags: data follow...
+constexpr uint8_t kErrorCorrectionLengthMask = 0x0F;  // ...this many bytes of it
+constexpr uint8_t kOpaqueDataPresent = 0x10;
+constexpr uint8_t kMultiplePayloads = 0x01;           // length type flags
+constexpr uint8_t kPayloadCountMask = 0x3F;           // payload flags
+constexpr uint8_t kStreamNumberMask = 0x7F;           // stream number byte; bit 7 marks a key frame
+constexpr uint32_t kCompressedReplicatedLength = 1;   // marks a compressed payload
+constexpr size_t kSendTimeAndDurationBytes = 6;
+constexpr size_t kReplicatedFieldBytes = 8;           // media object size, presentation time
+
+static_assert(sizeof(PayloadEntry) == 32, "a payload descriptor is the 32 bytes the readers copy");
+
+status_t packetReadFailed(int line) {
+    ALOGE(kLogPacketRead, kPacketReader, line);
+    return ERROR_MALFORMED;
+}
+
+// A payload time in ms: the presentation time (plus `extra`) less the
+// preroll, all 32-bit, taken as signed and clamped at 0.
+uint32_t payloadTimeMs(uint32_t presentationMs, uint32_t extra, uint32_t prerollMs) {
+    const int32_t time = static_cast<int32_t>(presentationMs + extra - prerollMs);
+    return time < 0 ? 0 : static_cast<uint32_t>(time);
+}
+
+// Where a (not compressed) payload lies in its media object.
+uint8_t payloadKind(uint32_t offsetInObject, uint32_t length, uint32_t objectSize) {
+    if (length == objectSize) return PayloadEntry::kWhole;
+    if (offsetInObject == 0) return PayloadEntry::kFirst;
+    // In 64 bits: an offset and length that wrap to the object size do not
+    // end it.
+    if (static_cast<uint64_t>(offsetInObject) + length == objectSize) return PayloadEntry::kLast;
+    return PayloadEntry::kMiddle;
+}
 
 // The end of the bytes an object may be read from: its declared end, clamped
 // to its parent's.
@@ -309,8 +361,8 @@ status_t ASFParser::parseExtStreamPropObject(int64_t offset, int64_t size, int64
     for (uint16_t i = 0; i < extensionCount; ++i) {
         uint8_t ext[kPayloadExtHeaderBytes];
         if (!readIn(pos, end, ext, sizeof(ext))) return ERROR_MALFORMED;
-        // The info length is a 32-bit field, taken as its low 16 bits as the
-        // platform always did.
+        // The info length is a 32-bit field, of which this system takes the
+        // low 16 bits.
         pos += kPayloadExtHeaderBytes + U16LE_AT(ext + 18);
     }
 
@@ -404,7 +456,7 @@ status_t ASFParser::parseExtContentDescriptionObject(int64_t offset, int64_t siz
             // type and description (UTF-16, each zero-terminated) and the
             // picture as the last data-length bytes. A picture that does not
             // fit in its value is skipped; so the 16-bit cut of the length
-            // the platform made cannot arise, the value's own length being
+            // this system makes cannot arise, the value's own length being
             // 16-bit.
             uint32_t dataLength = 0;
             if (!v.skip(1) || !v.readLE32(&dataLength) || dataLength > v.remaining()) continue;
@@ -429,6 +481,183 @@ uint32_t ASFParser::getTypeLength(uint8_t lengthType, int64_t offset, uint32_t* 
     (void)mDataSource->readAt(offset, bytes, width);
     *value = U32LE_AT(bytes);
     return width;
+}
+
+// The packet is walked by file offsets: its fields are
+// read one at a time from the source (into fixed locals, so a field that
+// strays past the packet reads harmless file bytes or fails as a short
+// read). What the walk hands out or steps over is held to the packet: a
+// payload's replicated data and data must lie in the packet's payload area,
+// and a sub-payload in its payload. One that does not ends that walk as if
+// the data had ended there; what was found before it stands.
+status_t ASFParser::parseDataPacket(AsfTrack* track, int64_t start) {
+    const uint32_t packetSize = mFileProps.maxDataPacketSize;
+    // The packet's slot ends where the next packet starts; a slot that ends
+    // past any file offset is past the data.
+    int64_t slotEnd;
+    if (!zirkAdd(start, packetSize, &slotEnd)) return ERROR_MALFORMED;
+    const int64_t fileEnd = INT64_MAX;  // reads past the file come back short
+    int64_t pos = start;
+
+    // The first byte is always taken as the error correction flags, even in
+    // packets that start with their length type flags: files have always
+    // been read that way.
+    uint8_t errorCorrection;
+    if (!readIn(pos, fileEnd, &errorCorrection, 1)) return packetReadFailed(kLineErrorCorrectionFlags);
+    pos += 1;
+    if (errorCorrection & kErrorCorrectionPresent) pos += errorCorrection & kErrorCorrectionLengthMask;
+    if (errorCorrection & kOpaqueDataPresent) return OK;
+
+    uint8_t flags[2];
+    if (!readIn(pos, fileEnd, flags, sizeof(flags))) return packetReadFailed(kLineLengthTypeFlags);
+    pos += sizeof(flags);
+    const uint8_t lengthTypeFlags = flags[0], propertyFlags = flags[1];
+    uint32_t packetLength = 0, sequence = 0, paddingLength = 0;
+    pos += getTypeLength((lengthTypeFlags >> 5) & 3, pos, &packetLength);
+    pos += getTypeLength((lengthTypeFlags >> 1) & 3, pos, &sequence);
+    pos += getTypeLength((lengthTypeFlags >> 3) & 3, pos, &paddingLength);
+    if (packetLength == 0) packetLength = packetSize;
+
+    // Send time and duration are not used.
+    uint8_t timing[kSendTimeAndDurationBytes];
+    if (!readIn(pos, fileEnd, timing, sizeof(timing))) return packetReadFailed(kLineSendTime);
+    pos += sizeof(timing);
+
+    const bool multiple = (lengthTypeFlags & kMultiplePayloads) != 0;
+    uint8_t payloadFlags = 0;  // one payload: no length field (width code 0)
+    if (multiple) {
+        if (!readIn(pos, fileEnd, &payloadFlags, 1)) return packetReadFailed(kLinePayloadFlags);
+        pos += 1;
+    }
+    const uint8_t payloadCount = multiple ? payloadFlags & kPayloadCountMask : 1;
+    const uint8_t payloadLengthType = payloadFlags >> 6;
+
+    // The payloads end where the padding starts. A packet length past the
+    // packet's own slot is read only to the slot's end, so no payload reaches
+    // into the next packet; padding longer than the packet leaves no room.
+    // (|length - padding| < 2^32, and the sum is at most slotEnd.)
+    const int64_t areaEnd =
+            start + std::min<int64_t>(static_cast<int64_t>(packetLength) - paddingLength, packetSize);
+    const uint32_t prerollMs = static_cast<uint32_t>(mFileProps.preroll);
+
+    // The payload's data after its header: [pos, *dataEnd), inside the
+    // payload area. A single payload fills the area.
+    auto payloadData = [&](int64_t* dataEnd) -> bool {
+        uint32_t length = 0;
+        if (multiple) pos += getTypeLength(payloadLengthType, pos, &length);
+        if (pos > areaEnd) return false;
+        if (!multiple) length = static_cast<uint32_t>(areaEnd - pos);  // areaEnd - start <= packetSize
+        if (length > areaEnd - pos) return false;
+        *dataEnd = pos + length;
+        return true;
+    };
+
+    // At most 63 payloads, each moving pos by at least its stream byte.
+    for (uint8_t i = 0; i < payloadCount && pos < areaEnd; ++i) {
+        uint8_t streamByte;
+        if (!readIn(pos, fileEnd, &streamByte, 1)) return packetReadFailed(kLineStreamNumber);
+        pos += 1;
+        const uint32_t stream = streamByte & kStreamNumberMask;
+        const uint32_t keyFrame = streamByte >> 7;
+        if (stream == 0) {
+            ALOGE(kLogStreamZero, static_cast<int>(stream));
+            return ERROR_MALFORMED;
+        }
+        const bool wanted = stream == track->streamNumber;
+        uint32_t objectNumber = 0, offsetInObject = 0, replicatedLength = 0;
+        pos += getTypeLength((propertyFlags >> 4) & 3, pos, &objectNumber);
+        pos += getTypeLength((propertyFlags >> 2) & 3, pos, &offsetInObject);
+        pos += getTypeLength(propertyFlags & 3, pos, &replicatedLength);
+        int64_t dataEnd;
+
+        if (replicatedLength == kCompressedReplicatedLength) {
+            // A compressed payload: the offset field holds the presentation
+            // time, one time delta byte follows, and the data are
+            // sub-payloads, each a length byte and its bytes.
+            uint8_t delta;
+            if (!readIn(pos, fileEnd, &delta, 1)) return packetReadFailed(kLineTimeDelta);
+            pos += 1;
+            if (!payloadData(&dataEnd)) break;
+            // Every sub-payload, empty ones too, counts towards its time.
+            uint32_t ordinal = 0;
+            for (int64_t sub = pos; sub < dataEnd; ++ordinal) {
+                uint8_t subLength;
+                if (!readIn(sub, fileEnd, &subLength, 1)) return packetReadFailed(kLineSubPayloadLength);
+                sub += 1;
+                if (subLength > dataEnd - sub) break;  // its payload ends first
+                if (subLength != 0 && wanted) {
+                    PayloadEntry* entry = track->append();
+                    if (entry == nullptr) return packetReadFailed(kLineCompressedTableFull);
+                    *entry = {sub, payloadTimeMs(offsetInObject, delta * ordinal, prerollMs), subLength, subLength,
+                              keyFrame, PayloadEntry::kWhole};
+                }
+                sub += subLength;
+            }
+        } else {
+            // The media object size and presentation time are read even when
+            // the replicated data declare fewer than their 8 bytes; the
+            // declared length is what is stepped over.
+            uint8_t replicated[kReplicatedFieldBytes];
+            if (!readIn(pos, fileEnd, replicated, sizeof(replicated))) return packetReadFailed(kLineReplicatedData);
+            if (pos > areaEnd || replicatedLength > areaEnd - pos) break;
+            pos += replicatedLength;
+            if (!payloadData(&dataEnd)) break;
+            if (wanted) {
+                PayloadEntry* entry = track->append();
+                if (entry == nullptr) return packetReadFailed(kLinePayloadTableFull);
+                const uint32_t length = static_cast<uint32_t>(dataEnd - pos);
+                const uint32_t objectSize = U32LE_AT(replicated);
+                *entry = {pos, payloadTimeMs(U32LE_AT(replicated + 4), 0, prerollMs), length, objectSize, keyFrame,
+                          payloadKind(offsetInObject, length, objectSize)};
+            }
+        }
+        pos = dataEnd;
+    }
+    return OK;
+}
+
+status_t ASFParser::getPayload(AsfTrack* track, int64_t* packetIndex, int step) {
+    if (track == nullptr) return kErrorOutOfRange;
+    track->clearPayloads();
+    // Any other step would stand still or skip packets.
+    if (packetIndex == nullptr || (step != 1 && step != -1)) return kErrorOutOfRange;
+    // Without a Data Object there are no packets, and packets of no size
+    // would all be read at one place: either way the walk ends as past the
+    // last packet.
+    const uint32_t packetSize = mFileProps.maxDataPacketSize;
+    if (mDataPacketsOffset <= 0 || packetSize == 0) return ERROR_MALFORMED;
+
+    // Each turn moves one packet towards an end of [0, Data Packets Count),
+    // and one past the file's end fails its first read.
+    while (true) {
+        const int64_t p = *packetIndex;
+        if (p < 0 || static_cast<uint64_t>(p) >= mFileProps.dataPacketsCount) return ERROR_MALFORMED;
+        int64_t start;
+        if (!zirkMul(p, static_cast<int64_t>(packetSize), &start) || !zirkAdd(start, mDataPacketsOffset, &start)) {
+            return ERROR_MALFORMED;
+        }
+        status_t err = parseDataPacket(track, start);
+        if (err != OK) return err;
+        if (track->count > 0) return OK;
+        *packetIndex = p + step;  // 0 <= p < INT64_MAX here
+    }
+}
+
+status_t ASFParser::getDataPacket(uint32_t trackIndex, PayloadEntry* entry) {
+    if (trackIndex >= mAsfTracks.size() || entry == nullptr) return kErrorOutOfRange;
+    // The first audio read is to start the audio seek index thread; that
+    // index is not part of this build yet.
+    AsfTrack& track = mAsfTracks.editItemAt(trackIndex);
+    const PayloadEntry* next = track.takeNext();
+    if (next == nullptr) {
+        int64_t p = track.nextPacket;
+        status_t err = getPayload(&track, &p, 1);
+        if (err != OK) return err;
+        track.nextPacket = p + 1;
+        next = track.takeNext();  // getPayload succeeds only with a descriptor
+    }
+    *entry = *next;
+    return OK;
 }
 
 }  // namespace android

@@ -1,12 +1,14 @@
 // ASFParser: reads an ASF (WMV/WMA) file's objects through a DataSource and
 // holds what the rest of the ASF demultiplexer works from: one Track (and
 // one AsfTrack) per audio or video stream, the File Properties, the file
-// duration, the offset of the first data packet and the file metadata.
+// duration, the offset of the first data packet and the file metadata. It
+// also reads the data packets, on demand, into each AsfTrack's payload table.
 //
 // The whole header is parsed once, in the constructor, on the caller's
 // thread; initCheck() gives the result. A parser is shared by sp<> between
 // the extractor and its sources and lives as long as the last of them.
-// After construction the header state is only read.
+// After construction the header state is only read; each track's packet
+// reading (getDataPacket) belongs to that track's one reader thread.
 #ifndef ZIRK_ASF_PARSER_H_
 #define ZIRK_ASF_PARSER_H_
 
@@ -31,11 +33,14 @@ public:
     };
 
     // At most this many streams become tracks; the next one fails the parse
-    // with kErrorTooManyStreams (ASF stream numbers are 7-bit, and the
-    // platform capped the track list at 100).
+    // with kErrorTooManyStreams (ASF stream numbers are 7-bit; the track
+    // list is capped at 100).
     static constexpr size_t kMaxStreams = 100;
-    // The negated ERANGE errno value, as the platform returned it.
+    // The negated ERANGE errno value.
     static constexpr status_t kErrorTooManyStreams = -34;
+    // The same value, for a track index (or a packet reader argument) out of
+    // range.
+    static constexpr status_t kErrorOutOfRange = -34;
 
     // One accepted audio or video stream.
     struct Track {
@@ -86,6 +91,19 @@ public:
     // *value, which is zeroed first. Returns the width.
     uint32_t getTypeLength(uint8_t lengthType, int64_t offset, uint32_t* value);
 
+    // Parses data packets from *packetIndex on, moving by `step` (+1 or -1)
+    // past packets that hold nothing of the track's stream, until one does:
+    // fills the track's payload table with that packet's payloads of the
+    // stream and leaves *packetIndex at it. Returns OK, kErrorOutOfRange for
+    // a null track (or a null index or another step), or ERROR_MALFORMED for
+    // a damaged packet or a walk that leaves the data packets.
+    status_t getPayload(AsfTrack* track, int64_t* packetIndex, int step);
+    // Copies the track's next payload descriptor to *entry, parsing the
+    // track's next packet when its table is used up. Returns OK,
+    // kErrorOutOfRange for a bad track index (or a null entry), or the error
+    // of getPayload.
+    status_t getDataPacket(uint32_t trackIndex, PayloadEntry* entry);
+
 protected:
     ~ASFParser() override;
 
@@ -109,6 +127,9 @@ private:
     // level a size below 24 ends the walk (logged, not an error).
     template <typename Handler>
     status_t walkObjects(int64_t pos, int64_t remaining, int64_t end, bool topLevel, Handler&& handle);
+    // Appends to the track's table the payloads of its stream in the data
+    // packet starting at `start`; see getPayload.
+    status_t parseDataPacket(AsfTrack* track, int64_t start);
     // True when all n bytes at pos lie below `end` and were read.
     bool readIn(int64_t pos, int64_t end, void* data, size_t n);
 

@@ -76,7 +76,7 @@ TEST(EntryTest, FactoryTakesEveryRegisteredTypeIgnoringCase) {
 }
 
 TEST(EntryTest, RegistryKeepsTheSniffOrderAndDistinctNames) {
-    // The platform's order: ASF, AVI, MOV, FLV, then RealMedia.
+    // The sniff order: ASF, AVI, MOV, FLV, then RealMedia.
     const char* const order[] = {MEDIA_MIMETYPE_CONTAINER_ASF, MEDIA_MIMETYPE_CONTAINER_AVI,
                                  MEDIA_MIMETYPE_CONTAINER_MOV, MEDIA_MIMETYPE_CONTAINER_FLV,
                                  MEDIA_MIMETYPE_CONTAINER_REALMEDIA};
@@ -117,7 +117,7 @@ std::vector<std::string> registeredFiles() {
 TEST_P(EntrySniffTest, RealFilesAreClaimedByTheirSniffer) {
     const std::string file = GetParam();
     const ZIRKContainerInfo& c = *ZIRKContainerForExtension(file.substr(file.rfind('.') + 1).c_str());
-    // The confidence each sniffer reports, as the platform's did.
+    // The confidence each sniffer reports.
     const std::map<std::string, float> kConfidence = {{"AVI", 0.21f}, {"FLV", 0.71f}, {"MOV", 0.7f}};
     sp<DataSource> source = new MemorySource(test::readFileBytes(test::testdataPath(file)));
     String8 mime;

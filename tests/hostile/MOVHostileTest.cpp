@@ -142,7 +142,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, MOVHostileTest, ::testing::Values(
             return cat({compressedMovie(header.size(), zlib(header)), box("free", Bytes(4096, 0))}); }(), 0},
     Row{"cmov_wrong_compression",
         box("moov", box("cmov", cat({box("dcom", {'g', 'z', 'i', 'p'}), box("cmvd", Bytes(16, 0))}))), 0},
-    // Checks the platform kept fatal.
+    // Checks that stay fatal.
     Row{"tkhd_version_2", movie(box("trak", fullBox("tkhd", 2, 0, Bytes(80, 0)))), 0,
         "CHECK_EQ( (unsigned)version,0u) failed: "}),
     [](const ::testing::TestParamInfo<Row>& info) { return std::string(info.param.name); });

@@ -1,9 +1,10 @@
 // Byte builder for ASF test files (all little-endian): objects with their
 // computed size or a wrong one on purpose, the header sub-objects the parser
-// reads, and a Data Object header. The GUIDs are the parser's own table.
+// reads, a Data Object and its data packets. The GUIDs are the parser's own table.
 #ifndef ZIRK_TEST_ASF_BUILDER_H_
 #define ZIRK_TEST_ASF_BUILDER_H_
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <vector>
@@ -42,8 +43,8 @@ inline Bytes header(const std::vector<Bytes>& children, Size size = {}) {
     return object(kGuidHeader, joined({le(4, {children.size()}), {1, 2}, joined(children)}), size);
 }
 // Durations in 100 ns units, preroll in ms; every packet `maxPacket` bytes.
-inline Bytes fileProps(uint64_t play, uint64_t prerollMs, uint32_t maxPacket) {
-    return object(kGuidFileProperties, joined({Bytes(16, 0), le(8, {0, 0, 0, play, play, prerollMs}),
+inline Bytes fileProps(uint64_t play, uint64_t prerollMs, uint32_t maxPacket, uint64_t packets = 0) {
+    return object(kGuidFileProperties, joined({Bytes(16, 0), le(8, {0, 0, packets, play, play, prerollMs}),
                                                le(4, {2, maxPacket, maxPacket, 0})}));
 }
 inline Bytes streamProps(ASFGuidId type, uint16_t flags, const Bytes& typeSpecific = {}) {
@@ -82,7 +83,51 @@ inline Bytes extContentDesc(const std::vector<Descriptor>& ds, uint16_t extraCou
 inline Bytes picture(const std::string& mime, uint32_t dataLength, size_t dataBytes) {
     return joined({{3}, le(4, {dataLength}), utf16(mime), utf16(""), Bytes(dataBytes, 0xAB)});
 }
-inline Bytes dataObject(Size size = {}) { return object(kGuidData, joined({Bytes(24, 0), le(2, {0x0101})}), size); }
+inline Bytes dataObject(Size size = {}, const Bytes& packets = {}) { return object(kGuidData, joined({Bytes(24, 0), le(2, {0x0101}), packets}), size); }
+
+// One payload: stream byte (bit 7: key frame), offset into its object (a
+// compressed payload's presentation time), replicated data (one byte, the
+// time delta: compressed) and data; lengths to write instead of the real ones.
+struct Payload {
+    uint8_t stream;
+    uint32_t offset;
+    Bytes replicated, data;
+    Size replicatedLength = {}, length = {};
+};
+inline Bytes replicated(uint32_t objectSize, uint32_t timeMs) { return le(4, {objectSize, timeMs}); }
+// Sub-payloads of these lengths, each a length byte and its bytes.
+inline Bytes subPayloads(const std::vector<uint8_t>& lengths) {
+    Bytes b;
+    for (uint8_t n : lengths) b = joined({b, {n}, Bytes(n, 0x5B)});
+    return b;
+}
+// A data packet in a `slot`-byte slot, by default as ffmpeg writes them: 2
+// bytes of error correction data, multiple payloads, 1-byte replicated length
+// and object number, 4-byte offset, 2-byte payload lengths (width codes 0-3:
+// 0, 1, 2, 4 bytes). Packet length, padding and payload count are the slot,
+// what it leaves and the payloads', unless given.
+struct Packet {
+    std::vector<Payload> payloads;
+    uint8_t lengthType = 0x01, property = 0x5D, payloadLengthType = 2, errorCorrection = 0x82;
+    Size packetLength = {}, padding = {}, count = {};
+};
+inline Bytes field(uint8_t code, uint64_t v) { return code ? le(code == 3 ? 4 : code, {v}) : Bytes(); }
+inline Bytes packet(const Packet& p, size_t slot) {
+    const uint8_t lt = p.lengthType, multiple = lt & 1;
+    Bytes body;
+    for (const Payload& x : p.payloads) {
+        body = joined({body, {x.stream}, field(p.property >> 4 & 3, 0), field(p.property >> 2 & 3, x.offset),
+                       field(p.property & 3, x.replicatedLength.value_or(x.replicated.size())), x.replicated,
+                       multiple ? field(p.payloadLengthType, x.length.value_or(x.data.size())) : Bytes(), x.data});
+    }
+    const uint8_t ec = p.errorCorrection;
+    const Bytes head = joined({{ec}, Bytes(ec & 0x80 ? ec & 15 : 0, 0), {lt, p.property}});
+    const size_t used = head.size() + field(lt >> 5 & 3, 0).size() + field(lt >> 1 & 3, 0).size() + field(lt >> 3 & 3, 0).size() + 6 + multiple + body.size();
+    Bytes b = joined({head, field(lt >> 5 & 3, p.packetLength.value_or(slot)), field(lt >> 1 & 3, 0), field(lt >> 3 & 3, p.padding.value_or(slot - used)),
+                      Bytes(6, 0), multiple ? Bytes{uint8_t(p.count.value_or(p.payloads.size()) | p.payloadLengthType << 6)} : Bytes(), body});
+    b.resize(std::max(b.size(), slot));
+    return b;
+}
 
 }  // namespace asf
 }  // namespace test
