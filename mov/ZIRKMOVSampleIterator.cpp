@@ -2,6 +2,8 @@
 
 #include "mov/ZIRKMOVSampleIterator.h"
 
+#include <string.h>
+
 #include <media/stagefright/MediaErrors.h>
 #include <media/stagefright/Utils.h>
 #include <utils/Log.h>
@@ -243,10 +245,10 @@ status_t ZIRKMOVSampleIterator::getChunkOffset(uint32_t chunk, uint64_t* offset)
     // Inside the box: its size was checked against the chunk count.
     if (table.mChunkOffsetType == ZIRKMOVSampleTable::kChunkOffsetType32) {
         uint8_t word[4];
-        if (table.mDataSource->readAt(table.mChunkOffsetOffset + 8 + 4 * static_cast<off64_t>(chunk), word,
-                                      sizeof(word)) < static_cast<ssize_t>(sizeof(word))) {
-            return ERROR_IO;
-        }
+        const off64_t base = table.mChunkOffsetOffset + 8;
+        status_t err = readTable(&mChunkOffsetWindow, base + 4 * static_cast<off64_t>(chunk),
+                                 base + 4 * static_cast<off64_t>(table.mNumChunkOffsets), word, sizeof(word));
+        if (err != OK) return err;
         uint32_t offset32 = 0;
         ZIRKByteReader(word, sizeof(word)).readBE32(&offset32);
         *offset = offset32;
@@ -254,12 +256,39 @@ status_t ZIRKMOVSampleIterator::getChunkOffset(uint32_t chunk, uint64_t* offset)
         ZIRK_CHECK_EQ_HERE(kSampleIterator, "mTable->mChunkOffsetType,ZIRKMOVSampleTable::kChunkOffsetType64",
                            mTable->mChunkOffsetType, ZIRKMOVSampleTable::kChunkOffsetType64);  // must stay fatal
         uint8_t word[8];
-        if (table.mDataSource->readAt(table.mChunkOffsetOffset + 8 + 8 * static_cast<off64_t>(chunk), word,
-                                      sizeof(word)) < static_cast<ssize_t>(sizeof(word))) {
-            return ERROR_IO;
-        }
+        const off64_t base = table.mChunkOffsetOffset + 8;
+        status_t err = readTable(&mChunkOffsetWindow, base + 8 * static_cast<off64_t>(chunk),
+                                 base + 8 * static_cast<off64_t>(table.mNumChunkOffsets), word, sizeof(word));
+        if (err != OK) return err;
         ZIRKByteReader(word, sizeof(word)).readBE64(offset);
     }
+    return OK;
+}
+
+status_t ZIRKMOVSampleIterator::readTable(TableWindow* window, off64_t at, off64_t tableEnd, void* out,
+                                          size_t length) {
+    if (window->start >= 0 && at >= window->start && static_cast<uint64_t>(at - window->start) <= window->length &&
+        length <= window->length - static_cast<size_t>(at - window->start)) {
+        memcpy(out, window->bytes + (at - window->start), length);
+        return OK;
+    }
+    if (length > sizeof(window->bytes)) {
+        if (mTable->mDataSource->readAt(at, out, length) < static_cast<ssize_t>(length)) return ERROR_IO;
+        return OK;
+    }
+    // Up to a page from `at` on, within the table (the file may still end
+    // before it does).
+    size_t want = sizeof(window->bytes);
+    if (tableEnd > at && static_cast<uint64_t>(tableEnd - at) < want) want = static_cast<size_t>(tableEnd - at);
+    if (want < length) want = length;
+    const ssize_t n = mTable->mDataSource->readAt(at, window->bytes, want);
+    if (n < static_cast<ssize_t>(length)) {
+        window->start = -1;
+        return ERROR_IO;
+    }
+    window->start = at;
+    window->length = static_cast<size_t>(n);
+    memcpy(out, window->bytes, length);
     return OK;
 }
 
@@ -285,6 +314,8 @@ status_t ZIRKMOVSampleIterator::getSampleSizes(uint32_t first, uint32_t count, u
     const uint32_t perRead = fieldSize == 4 ? 2 * (kSizeReadBytes - 1) : kSizeReadBytes / (fieldSize / 8);
     // Inside the box: its size was checked against the sample count.
     const off64_t base = table.mSampleSizeOffset + 12;
+    const uint64_t count64 = table.mNumSampleSizes;
+    const off64_t tableEnd = base + static_cast<off64_t>(fieldSize == 4 ? (count64 + 1) / 2 : count64 * (fieldSize / 8));
     uint8_t bytes[kSizeReadBytes];
     for (uint32_t done = 0; done < count;) {
         const uint32_t index = first + done;
@@ -298,7 +329,8 @@ status_t ZIRKMOVSampleIterator::getSampleSizes(uint32_t first, uint32_t count, u
             at = base + static_cast<off64_t>(index) * (fieldSize / 8);
             length = static_cast<size_t>(n) * (fieldSize / 8);
         }
-        if (table.mDataSource->readAt(at, bytes, length) < static_cast<ssize_t>(length)) return ERROR_IO;
+        status_t err = readTable(&mSampleSizeWindow, at, tableEnd, bytes, length);
+        if (err != OK) return err;
         ZIRKByteReader fields(bytes, length);
         for (uint32_t i = 0; i < n; ++i) {
             uint16_t size16 = 0;

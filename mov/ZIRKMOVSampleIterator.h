@@ -53,6 +53,25 @@ private:
     // The offset of the sample at `position` within the current chunk.
     status_t sampleOffsetInChunk(uint32_t position, uint64_t* offset);
 
+    // The last bytes read of one of the tables that stay in the file (chunk
+    // offsets, sample sizes). Reading a track visits them in order a few
+    // bytes at a time; a window serves those from one read of a page, so an
+    // interleaved file costs the source one read per page of each table
+    // rather than one per chunk.
+    static constexpr size_t kTableWindowBytes = 4096;
+    struct TableWindow {
+        off64_t start = -1;
+        size_t length = 0;
+        uint8_t bytes[kTableWindowBytes];
+    };
+    // Exactly `length` bytes at `at`: from the window, else from the source
+    // (through the window when they fit in one); ERROR_IO when short. The
+    // window never reads past `tableEnd`: an expanded movie header serves
+    // nothing beyond itself.
+    status_t readTable(TableWindow* window, off64_t at, off64_t tableEnd, void* out, size_t length);
+    TableWindow mChunkOffsetWindow;
+    TableWindow mSampleSizeWindow;
+
     ZIRKMOVSampleTable* mTable;
     bool mInitialized;
 

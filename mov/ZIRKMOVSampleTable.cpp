@@ -4,6 +4,8 @@
 
 #include <stdlib.h>
 
+#include <algorithm>
+
 #include <memory>
 #include <new>
 
@@ -628,7 +630,14 @@ bool ZIRKMOVSampleTable::isSyncSampleLocked(uint32_t sampleIndex) {
     // A position past the last entry (left by a sample after every sync
     // sample) looks again from the last entry.
     uint32_t i = mLastSyncSampleIndex < n ? mLastSyncSampleIndex : n - 1;
-    if (mSyncSamples[i] > sampleIndex) i = 0;
+    // Samples visited in order move the position forward a step at a time;
+    // one behind it is looked up from the start by halving (the entries
+    // ascend in every file this serves; in one where they do not, some
+    // position is still found within the table).
+    if (i > 0 && mSyncSamples[i - 1] >= sampleIndex) {
+        i = static_cast<uint32_t>(std::lower_bound(&mSyncSamples[0], &mSyncSamples[0] + i, sampleIndex) -
+                                  &mSyncSamples[0]);
+    }
     while (i < n && mSyncSamples[i] < sampleIndex) ++i;
     mLastSyncSampleIndex = i;
     return i < n && mSyncSamples[i] == sampleIndex;

@@ -343,14 +343,7 @@ status_t ZIRKMOVSource::read(MediaBuffer** out, const ReadOptions* options) {
         }
         mBuffer->set_range(0, size);
     } else {
-        // The scratch buffer is as large as the group's buffer; a sample
-        // larger than both cannot be read whole.
-        if (size > mSrcBufferSize || readSample(offset, mSrcBuffer, size) != static_cast<ssize_t>(size)) {
-            mBuffer->release();
-            mBuffer = nullptr;
-            return size > mSrcBufferSize ? ERROR_MALFORMED : ERROR_IO;
-        }
-        status_t err = readAVCSample(size);
+        status_t err = readAVCSample(offset, size);
         if (err != OK) {
             mBuffer->release();
             mBuffer = nullptr;
@@ -369,11 +362,11 @@ status_t ZIRKMOVSource::read(MediaBuffer** out, const ReadOptions* options) {
     return OK;
 }
 
-// Rewrites the length-prefixed sample in mSrcBuffer into mBuffer in
-// start-code form. A NAL whose length runs past the sample is cut at the
+// Reads the sample at `offset` and hands it out in mBuffer in start-code
+// form. A NAL whose length runs past the sample is cut at the
 // sample's end (and a length field cut by the end becomes a NAL of its own
 // bytes), with a warning; the sample is still delivered.
-status_t ZIRKMOVSource::readAVCSample(size_t size) {
+status_t ZIRKMOVSource::readAVCSample(off64_t offset, size_t size) {
     ZIRKNALRewriteOptions options;
     options.lengthSize = mNALLengthSize;
     options.overrun = ZIRKNALOverrun::kClamp;
@@ -381,7 +374,24 @@ status_t ZIRKMOVSource::readAVCSample(size_t size) {
     ZIRKNALRewriteResult result;
     uint8_t* dst = static_cast<uint8_t*>(mBuffer->data());
     const size_t capacity = mBuffer->size();
-    const bool fits = ZIRKRewriteNALLengths(mSrcBuffer, size, dst, capacity, options, &result);
+    // The scratch buffer is as large as the group's buffer; a sample
+    // larger than both cannot be read whole.
+    if (size > mSrcBufferSize) return ERROR_MALFORMED;
+    bool fits;
+    if (mNALLengthSize == 4) {
+        // 4-byte lengths become start codes of the same size: the sample is
+        // rewritten where it was read, unless a length field cut by the end
+        // would grow it (then it takes the scratch buffer's way below).
+        if (readSample(offset, dst, size) != static_cast<ssize_t>(size)) return ERROR_IO;
+        fits = ZIRKRewriteNALLengthsInBuffer(dst, capacity, 0, size, options, &result);
+        if (!fits) {
+            memcpy(mSrcBuffer, dst, size);
+            fits = ZIRKRewriteNALLengths(mSrcBuffer, size, dst, capacity, options, &result);
+        }
+    } else {
+        if (readSample(offset, mSrcBuffer, size) != static_cast<ssize_t>(size)) return ERROR_IO;
+        fits = ZIRKRewriteNALLengths(mSrcBuffer, size, dst, capacity, options, &result);
+    }
     if (result.overrunBytes > 0) {
         ALOGW("Video sample malformed: @%d + %d > %d", static_cast<int>(result.overrunAt),
               static_cast<int>(result.overrunLength), static_cast<int>(size));

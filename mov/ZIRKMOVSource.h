@@ -106,7 +106,7 @@ private:
     void convertPCM(uint8_t* data, size_t size) const;
     void releaseAudioFrames();
     ssize_t readSample(off64_t offset, void* data, size_t size);
-    status_t readAVCSample(size_t size);
+    status_t readAVCSample(off64_t offset, size_t size);
     void getSeqHeaderIfNecessary();
 
     ZIRKMOVSource(const ZIRKMOVSource&) = delete;
