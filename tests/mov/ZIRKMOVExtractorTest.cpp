@@ -368,7 +368,8 @@ TEST(ZIRKMOVSourceTest, MP3ChunksWithoutAFrameEndTheTrackWithTheirLog) {
         const Bytes track = trak(1, "soun", stbl(soundEntry(".mp3", 0, 1, 22050), 1, {64}, 8));
         const Bytes file = cat({box("mdat", data), movie(track)});
         LogCapture log;
-        const TrackRead read = readTrack((new ZIRKMOVExtractor(new MemorySource(file)))->getTrack(0));
+        sp<MediaExtractor> extractor = new ZIRKMOVExtractor(new MemorySource(file));
+        const TrackRead read = readTrack(extractor->getTrack(0));
         EXPECT_TRUE(read.samples.empty());
         EXPECT_EQ(read.end, ERROR_END_OF_STREAM);
         EXPECT_TRUE(log.contains(line)) << line;
