@@ -146,11 +146,19 @@ ASFParser::ASFParser(const sp<DataSource>& source)
       mDurationUs(0),
       mDataPacketsOffset(0),
       mFileProps(),
-      mInitCheck(OK) {
+      mInitCheck(OK),
+      mThread(),
+      mThreadRunning(false),
+      mIndexDone(false),
+      mThreadSetUp(false) {
     mInitCheck = parseObject();
 }
 
-ASFParser::~ASFParser() {}
+ASFParser::~ASFParser() {
+    // A running pass stops at its next seek point; it touches the tracks and
+    // the source, so it is joined before any member goes.
+    if (mThreadRunning.exchange(false)) pthread_join(mThread, nullptr);
+}
 
 bool ASFParser::readIn(int64_t pos, int64_t end, void* data, size_t n) {
     if (pos < 0 || pos > end || n > static_cast<uint64_t>(end - pos)) return false;
@@ -202,14 +210,11 @@ status_t ASFParser::parseObject() {
     status_t err = walkObjects(0, fileEnd, fileEnd, true,
                                [&](const uint8_t* header, int64_t pos, int64_t objSize, int64_t*) -> status_t {
         if (isASFGuid(header, kGuidHeader)) return parseHeaderObject(pos, objSize, fileEnd);
-        if (isASFGuid(header, kGuidData)) {
-            if (objSize < kDataObjectMinLen) return ERROR_MALFORMED;
-            // The packets themselves are read on demand.
-            mDataPacketsOffset = pos + kDataObjectMinLen;
-            return OK;
-        }
-        // The Index and Simple Index Objects feed the seek index, which this
-        // build does not have yet; they are stepped over like any other.
+        if (isASFGuid(header, kGuidData)) return parseDataObject(pos, objSize);
+        // The index parsers read packets, so they need the File Properties
+        // and the Data Object before them in the file, where writers put them.
+        if (isASFGuid(header, kGuidIndex)) return parseIndexObject(pos, objSize, fileEnd);
+        if (isASFGuid(header, kGuidSimpleIndex)) return parseSimpleIndexObject(pos, objSize, fileEnd);
         return OK;
     });
     if (err != OK) return err;
@@ -253,6 +258,13 @@ status_t ASFParser::parseHeaderObject(int64_t offset, int64_t size, int64_t limi
         }
         return OK;
     });
+}
+
+status_t ASFParser::parseDataObject(int64_t offset, int64_t size) {
+    if (size < kDataObjectMinLen) return ERROR_MALFORMED;
+    // The packets themselves are read on demand.
+    mDataPacketsOffset = offset + kDataObjectMinLen;
+    return OK;
 }
 
 status_t ASFParser::parseFilePropObject(int64_t offset, int64_t size, int64_t limit) {
@@ -302,6 +314,7 @@ status_t ASFParser::parseStreamPropObject(int64_t offset, int64_t size, int64_t 
     track.streamNumber = flags & 0x7F;
     track.durationUs = mDurationUs;
     track.typeSpecificOffset = typeSpecificLength != 0 ? offset + kStreamPropMinLen : 0;
+    track.typeSpecificLength = static_cast<uint32_t>(std::min<int64_t>(typeSpecificLength, std::max<int64_t>(0, viewEnd(offset, size, limit) - (offset + kStreamPropMinLen))));
     if (isASFGuid(streamType, kGuidAudioMedia)) {
         track.type = kTypeAudio;
         track.maxSampleSize = mFileProps.maxDataPacketSize;
@@ -645,9 +658,9 @@ status_t ASFParser::getPayload(AsfTrack* track, int64_t* packetIndex, int step) 
 
 status_t ASFParser::getDataPacket(uint32_t trackIndex, PayloadEntry* entry) {
     if (trackIndex >= mAsfTracks.size() || entry == nullptr) return kErrorOutOfRange;
-    // The first audio read is to start the audio seek index thread; that
-    // index is not part of this build yet.
     AsfTrack& track = mAsfTracks.editItemAt(trackIndex);
+    // The first audio read starts the audio seek index thread.
+    if (track.type == kTypeAudio && !mThreadRunning.load() && !mIndexDone.load()) (void)setupThread();
     const PayloadEntry* next = track.takeNext();
     if (next == nullptr) {
         int64_t p = track.nextPacket;

@@ -10,6 +10,8 @@
 
 #include <stdint.h>
 
+#include <utils/Vector.h>
+
 namespace android {
 
 // Where one payload (or sub-payload) of a data packet lies, for one stream.
@@ -32,6 +34,14 @@ struct PayloadEntry {
 };
 
 struct AsfTrack {
+    // One seek point: a payload that starts a media object (for video, a
+    // key frame), found through an index or by the audio index thread.
+    struct SampleInfo {
+        int64_t timeUs;         // the payload's time in ms x 1000
+        int64_t packetIndex;    // the data packet holding it
+        uint32_t payloadIndex;  // its slot in that packet's payload table for this stream
+    };
+
     // Payloads one packet may hold for one stream. A packet declares at most
     // 63 payloads, but each compressed payload carries any number of
     // sub-payloads; this system keeps 256 slots and fails a packet with more.
@@ -62,6 +72,11 @@ struct AsfTrack {
     int64_t nextPacket = 0;     // index of the next data packet to parse
     uint32_t streamNumber = 0;  // ASF stream number (1-127)
     uint32_t type = 0;          // ASFParser::kTypeAudio or kTypeVideo
+    // The seek index, in the order built (file order). Video lists are
+    // complete when the parser is constructed. An audio list may be filled
+    // by the parser's index thread: it is read only once the parser says the
+    // index is done (ASFParser::indexDone), which publishes it.
+    Vector<SampleInfo> mSampleInfos;
     uint32_t capacity = kPayloadCapacity;
     PayloadEntry payloads[kPayloadCapacity] = {};  // the last parsed packet's payloads of this stream
     uint32_t cursor = 0;        // next slot to hand out

@@ -129,6 +129,29 @@ inline Bytes packet(const Packet& p, size_t slot) {
     return b;
 }
 
+inline Bytes les(int width, const std::vector<uint64_t>& values) {
+    Bytes b;
+    for (uint64_t v : values) putLE(&b, width, {v});
+    return b;
+}
+// An Index Object: a specifier per stream, blocks of (positions, entries
+// entry-major); counts to write instead of the real ones.
+struct IndexBlock {
+    std::vector<uint64_t> positions, entries;
+    Size entryCount = {};
+};
+inline Bytes indexObject(const std::vector<uint64_t>& streams, const std::vector<IndexBlock>& blocks, Size blockCount = {}) {
+    Bytes b = joined({le(4, {1000}), le(2, {streams.size()}), le(4, {blockCount.value_or(blocks.size())})});
+    for (uint64_t s : streams) append(&b, le(2, {s, 0}));
+    for (const IndexBlock& k : blocks) append(&b, joined({ le(4, {k.entryCount.value_or(k.entries.size() / std::max<size_t>(1, streams.size()))}), les(8, k.positions), les(4, k.entries)}));
+    return object(kGuidIndex, b);
+}
+inline Bytes simpleIndex(const std::vector<uint64_t>& packets, Size count = {}) {
+    Bytes b = joined({Bytes(16, 0), le(8, {10000000}), le(4, {1, count.value_or(packets.size())})});
+    for (uint64_t p : packets) append(&b, joined({le(4, {p}), le(2, {1})}));
+    return object(kGuidSimpleIndex, b);
+}
+
 }  // namespace asf
 }  // namespace test
 }  // namespace android
