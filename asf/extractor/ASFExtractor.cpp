@@ -13,6 +13,7 @@
 #include <utils/Log.h>
 #include <zirk/ZIRKByteReader.h>
 
+#include "asf/extractor/ASFSource.h"
 #include "asf/extractor/ZIRKASFExtractorChecks.h"
 #include "common/ZIRKFourCC.h"
 #include "common/ZIRKMetaKeys.h"
@@ -114,9 +115,7 @@ size_t ASFExtractor::countTracks() {
 sp<MediaSource> ASFExtractor::getTrack(size_t index) {
     size_t raw;
     if (!rawTrackIndex(index, &raw)) return nullptr;
-    // The track source (ASFSource, over mParser, mDataSource and `raw`) is
-    // not in this build yet, so no track can be read.
-    return nullptr;
+    return new ASFSource(mParser, mDataSource, static_cast<unsigned int>(raw));
 }
 
 sp<MetaData> ASFExtractor::getTrackMetaData(size_t index, uint32_t /*flags*/) {

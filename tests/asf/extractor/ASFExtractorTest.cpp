@@ -99,7 +99,9 @@ TEST(ASFExtractorTest, HiddenTracksAndContainerType) {
         std::string tracks;
         for (size_t i = 0; i <= e->countTracks(); ++i) tracks += mimeOf(e->getTrackMetaData(i, 0)) + ",";
         EXPECT_EQ(row.tracks, tracks + mimeOf(e->getMetaData()));
-        EXPECT_TRUE(e->getTrack(0) == nullptr);  // no track source in this build yet
+        // A source per exposed track, none past them.
+        EXPECT_EQ(e->countTracks() > 0, e->getTrack(0) != nullptr);
+        EXPECT_TRUE(e->getTrack(e->countTracks()) == nullptr);
     }
 }
 
