@@ -24,8 +24,7 @@
 // The sniffer and factory are bound only inside the plug-in (the names they
 // use are declared there); everything else is the plain data of
 // kZIRKContainers below, which the tool and the tests read without linking
-// any demultiplexer. ASF is not in this build yet: its sniffer and factory
-// are the stand-ins of ZIRKPendingDemuxers.h.
+// any demultiplexer.
 #ifndef ZIRK_CONTAINER_REGISTRY_H_
 #define ZIRK_CONTAINER_REGISTRY_H_
 
@@ -37,7 +36,7 @@
 // clang-format off
 #define ZIRK_CONTAINER_ROWS(X)                                                                        \
     X("ASF", (&MEDIA_MIMETYPE_CONTAINER_ASF, &MEDIA_MIMETYPE_CONTAINER_WMA), ("asf", "wma"),          \
-      ("asf", "wma", "wmv"), SniffASF, ZIRKSniffMeta::kNone, createASFExtractor,                      \
+      ("asf", "wma", "wmv"), SniffASF, ZIRKSniffMeta::kNone, construct<ASFExtractor>,                 \
       "getAsfParserVer")                                                                              \
     X("AVI", (&MEDIA_MIMETYPE_CONTAINER_AVI), ("avi"),                                                \
       ("avi", "divx"), ZIRKSniffAVI, ZIRKSniffMeta::kNone, construct<ZIRKAVIExtractor>,               \

@@ -7,9 +7,9 @@
 
 #include <utils/Log.h>
 
+#include "asf/extractor/ASFExtractor.h"
 #include "avi/ZIRKAVIExtractor.h"
 #include "entry/ZIRKContainerRegistry.h"
-#include "entry/ZIRKPendingDemuxers.h"
 #include "flv/ZIRKFLVExtractor.h"
 #include "mov/ZIRKMOVExtractor.h"
 

@@ -65,7 +65,7 @@ expect not-media           3 'not a container this library recognises'        --
 expect empty-file          3 'not a container'                                -- "$tmp/empty.bin"
 expect json-unrecognised   3 '"sniff": null'                                  -- "$tmp/text.txt" --json
 expect iso-media-hint      3 'ISO media file.*try --container mov'            -- "$data/aac_mono_44100.m4a"
-expect pending-container   3 "no extractor for container type 'video/x-ms-asf"    -- "$flv" --container asf
+expect pending-container   3 "no extractor for container type 'application/vnd.rn-realmedia"  -- "$flv" --container rm
 expect no-tracks           4 'no tracks this library can read'                -- "$tmp/no-tracks.flv"
 expect track-error         5 'track 0: read failed: ERROR_MALFORMED'          -- "$tmp/bad-chunk.avi" --quiet
 expect track-error-json    5 '"end": "ERROR_MALFORMED"'                       -- "$tmp/bad-chunk.avi" --json --samples
