@@ -129,6 +129,16 @@ inline Bytes packet(const Packet& p, size_t slot) {
     return b;
 }
 
+// WAVEFORMATEX declaring cbSize `cb` with `extra` bytes after it; 8 kHz mono, 2000 bytes/s.
+inline Bytes wav(uint16_t tag, uint16_t cb = 0, size_t extra = 0) {
+    return joined({le(2, {tag, 1}), le(4, {8000, 2000}), le(2, {2, 16, cb}), Bytes(extra, 7)});
+}
+// Video type-specific data whose BITMAPINFOHEADER declares `extraSize` bytes after it, `extra` there.
+inline Bytes bih(const char* cc, uint32_t w, uint32_t h, uint32_t extraSize = 0, size_t extra = 0) {
+    return joined({le(4, {w, h}), {0}, le(2, {40 + extraSize}), le(4, {40 + extraSize, w, h}), le(2, {1, 24}),
+                   Bytes(cc, cc + 4), Bytes(20, 0), Bytes(extra, 9)});
+}
+
 inline Bytes les(int width, const std::vector<uint64_t>& values) {
     Bytes b;
     for (uint64_t v : values) putLE(&b, width, {v});

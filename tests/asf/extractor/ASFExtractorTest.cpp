@@ -24,12 +24,6 @@ struct WmvaProperty {
     ~WmvaProperty() { property_set(ASFExtractor::kSupportWMVAProperty, old); }
 };
 
-// WAVEFORMATEX declaring cbSize `cb` with `extra` bytes after it; 8 kHz mono, 2000 bytes/s.
-Bytes wav(uint16_t tag, uint16_t cb = 0, size_t extra = 0) { return joined({le(2, {tag, 1}), le(4, {8000, 2000}), le(2, {2, 16, cb}), Bytes(extra, 7)}); }
-// Video type-specific data whose BITMAPINFOHEADER declares `extraSize` bytes after it, `extra` there.
-Bytes bih(const char* cc, uint32_t w, uint32_t h, uint32_t extraSize = 0, size_t extra = 0) {
-    return joined({le(4, {w, h}), {0}, le(2, {40 + extraSize}), le(4, {40 + extraSize, w, h}), le(2, {1, 24}), Bytes(cc, cc + 4), Bytes(20, 0), Bytes(extra, 9)});
-}
 // 2 s of play less 0.5 s preroll: 1.5 s; 3200-byte packets. The data object after the header gives bytes to
 // read past a stream's type-specific data, so only the declared length stops such a read.
 Bytes file(std::vector<Bytes> streams) { return streams.insert(streams.begin(), fileProps(20000000, 500, 3200)), joined({header(streams), dataObject()}); }
