@@ -48,9 +48,14 @@
 #include "common/ZIRKCachedFileSource.h"
 #include "entry/ZIRKContainerRegistry.h"
 #include "entry/ZIRKExtractorEntry.h"
+#include "tools/ProbeBatch.h"
+#include "tools/ProbeExtract.h"
+#include "tools/ProbeSink.h"
+#include "tools/ProbeTimeline.h"
 
 using namespace android;
 using json = nlohmann::ordered_json;
+using namespace zirk_probe;
 
 namespace {
 
@@ -63,6 +68,8 @@ enum ExitCode {
     kExitUnrecognised = 3,
     kExitNoTracks = 4,
     kExitTrackError = 5,
+    kExitOutputFailed = 6,
+    kExitSomeFilesFailed = 7,
 };
 
 const struct {
@@ -75,6 +82,8 @@ const struct {
     {kExitUnrecognised, "not a container this library recognises (or no extractor for --container)"},
     {kExitNoTracks, "the file has no tracks the library can read"},
     {kExitTrackError, "samples were read and some track ended with an error other than the end of its stream"},
+    {kExitOutputFailed, "an --extract or --timeline file could not be written"},
+    {kExitSomeFilesFailed, "several files: some file could not be probed (any of the codes above, or a fatal check)"},
 };
 
 // Bytes of a data value shown in hex; longer values are cut.
@@ -281,8 +290,15 @@ struct SeekRequest {
     MediaSource::ReadOptions::SeekMode mode = MediaSource::ReadOptions::SEEK_CLOSEST_SYNC;
 };
 
+struct ExtractRequest {
+    size_t track = 0;
+    std::string path;
+};
+
 struct Options {
-    std::string file;
+    std::vector<std::string> paths;  // as given
+    std::string file;                // the one file, when not a batch
+    bool batch = false;              // several paths, a directory, or --jobs
     bool json = false;
     bool samples = false;
     bool quiet = false;
@@ -292,12 +308,20 @@ struct Options {
     SeekRequest seek;
     std::string containerMime;  // empty: sniff
     bool cache = true;
+    std::vector<ExtractRequest> extracts;
+    std::string timeline;  // empty: none
+    unsigned jobs = 0;     // 0: not given
+    std::vector<std::string> extensions;
+    std::vector<std::string> childArgs;  // a batch child's options, rebuilt from the checked ones
+
+    // Tracks are read when samples are listed or an output wants them.
+    bool reads() const { return samples || !extracts.empty() || !timeline.empty(); }
 };
 
 // The options as typed, before they are checked.
 struct RawOptions {
-    std::vector<std::string> tracks, props;
-    std::string count, seek, container, logLevel, cache = "on";
+    std::vector<std::string> tracks, props, extracts;
+    std::string count, seek, container, logLevel, cache = "on", jobs, ext;
     bool verbose = false;
 };
 
@@ -373,6 +397,60 @@ std::string containerMimeFor(const std::string& value) {
     return "";
 }
 
+// --extract, --timeline, and whether this is a batch (several paths, a
+// directory, --jobs or --ext), with the options a batch's children get.
+bool checkOutputsAndBatch(const RawOptions& raw, Options* options, std::string* error) {
+    for (const std::string& e : raw.extracts) {
+        size_t colon = e.find(':');
+        long long track = 0;
+        if (colon == std::string::npos || colon + 1 == e.size() || !parseNonNegative(e.substr(0, colon), &track)) {
+            *error = "--extract wants N:OUT, a track number and an output file, got '" + e + "'";
+            return false;
+        }
+        options->extracts.push_back({static_cast<size_t>(track), e.substr(colon + 1)});
+    }
+    if (!raw.jobs.empty()) {
+        long long jobs = 0;
+        if (!parseNonNegative(raw.jobs, &jobs) || jobs < 1 || jobs > 256) {
+            *error = "--jobs wants a number of files probed at once (1 to 256), got '" + raw.jobs + "'";
+            return false;
+        }
+        options->jobs = static_cast<unsigned>(jobs);
+    }
+    for (size_t start = 0; !raw.ext.empty() && start <= raw.ext.size();) {
+        size_t comma = std::min(raw.ext.find(',', start), raw.ext.size());
+        std::string e = raw.ext.substr(start, comma - start);
+        if (!e.empty() && e[0] == '.') e.erase(0, 1);
+        std::transform(e.begin(), e.end(), e.begin(), [](unsigned char c) { return std::tolower(c); });
+        if (!e.empty()) options->extensions.push_back(e);
+        start = comma + 1;
+    }
+    struct stat st;
+    options->batch = options->paths.size() > 1 || !raw.jobs.empty() || !raw.ext.empty() ||
+                     (options->paths.size() == 1 && stat(options->paths[0].c_str(), &st) == 0 && S_ISDIR(st.st_mode));
+    if (!options->batch) {
+        if (!options->paths.empty()) options->file = options->paths[0];
+        return true;
+    }
+    if (!options->extracts.empty() || !options->timeline.empty()) {
+        *error = "--extract and --timeline take one FILE, not several paths";
+        return false;
+    }
+    std::vector<std::string>& a = options->childArgs;
+    for (const std::string& t : raw.tracks) a.insert(a.end(), {"--track", t});
+    for (const std::string& p : raw.props) a.insert(a.end(), {"--prop", p});
+    if (!raw.count.empty()) a.insert(a.end(), {"--count", raw.count});
+    if (!raw.seek.empty()) a.insert(a.end(), {"--seek", raw.seek});
+    if (!raw.container.empty()) a.insert(a.end(), {"--container", raw.container});
+    if (!raw.logLevel.empty()) a.insert(a.end(), {"--log-level", raw.logLevel});
+    if (raw.verbose) a.push_back("-v");
+    a.insert(a.end(), {"--cache", raw.cache});
+    if (options->samples) a.push_back("--samples");
+    if (options->quiet) a.push_back("--quiet");
+    if (options->json) a.push_back("--json");
+    return true;
+}
+
 // Checks every value and fills `options`; sets the log level and the
 // properties, which must be in place before the library runs.
 bool checkOptions(const RawOptions& raw, Options* options, std::string* error) {
@@ -417,6 +495,7 @@ bool checkOptions(const RawOptions& raw, Options* options, std::string* error) {
             return false;
         }
     }
+    if (!checkOutputsAndBatch(raw, options, error)) return false;
     // Each of these only means something while reading.
     options->samples = options->samples || options->quiet || options->seek.present || options->count >= 0;
     return true;
@@ -429,7 +508,9 @@ std::string exitCodesHelp() {
 }
 
 void describeOptions(CLI::App& app, Options& options, RawOptions& raw) {
-    app.add_option("FILE", options.file, "media file to probe");
+    app.add_option("PATH", options.paths,
+                   "media file to probe; several files or directories (walked) make a batch, one child process "
+                   "per file")->type_name("FILE|DIR");
     app.add_flag("--json", options.json, "write one JSON document instead of text");
     app.add_flag("--samples", options.samples, "read every sample of each track and list it");
     app.add_flag("--quiet", options.quiet, "print only totals (samples, bytes, seconds); implies --samples");
@@ -452,6 +533,17 @@ void describeOptions(CLI::App& app, Options& options, RawOptions& raw) {
             ->type_name("LEVEL");
     app.add_option("--cache", raw.cache, "read through the caching file source (on, the default) or plain pread (off)")
             ->type_name("on|off");
+    app.add_option("--extract", raw.extracts,
+                   "write track N to OUT as a stream a decoder reads without a container (repeat for more); "
+                   "honours --seek and --count")
+            ->type_name("N:OUT")
+            ->allow_extra_args(false);
+    app.add_option("--timeline", options.timeline,
+                   "draw each selected track (sample sizes, key frames, bit rate, seek points) into an SVG file")
+            ->type_name("OUT.svg");
+    app.add_option("--jobs", raw.jobs, "batch: files probed at once (default: the number of cores)")->type_name("N");
+    app.add_option("--ext", raw.ext, "batch: only files with these extensions (comma-separated, e.g. mp4,flv)")
+            ->type_name("LIST");
     app.add_flag("--version", options.version, "print the tool's and every demultiplexer's version");
     app.footer(exitCodesHelp());
 }
@@ -470,16 +562,8 @@ bool readOptions(int argc, char** argv, Options* options, int* exitCode) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ExtrasError&) {
-        std::string extras;
-        for (const std::string& e : app.remaining()) {
-            if (e.size() > 1 && e[0] == '-') {
-                *exitCode = usageError("unknown option '" + e + "' (see --help)");
-                return false;
-            }
-            extras += " '" + e + "'";
-        }
-        *exitCode = usageError("one FILE only, got '" + options->file + "' and" + extras +
-                               " (--track and --prop take one value each: repeat the option for more)");
+        std::string first = app.remaining().empty() ? std::string() : app.remaining()[0];
+        *exitCode = usageError("unknown option '" + first + "' (see --help)");
         return false;
     } catch (const CLI::ParseError& e) {
         *exitCode = app.exit(e) == 0 ? kExitOk : kExitUsage;
@@ -557,7 +641,8 @@ struct TrackEnd {
 class TrackReader {
 public:
     TrackReader(size_t index, const sp<MediaSource>& source, const Options& options)
-        : mIndex(index), mSource(source), mCountLimit(options.count), mAsJson(options.json), mQuiet(options.quiet) {
+        : mIndex(index), mSource(source), mCountLimit(options.count), mAsJson(options.json),
+          mQuiet(options.quiet || !options.samples) {
         if (mSource == nullptr) {
             finish(TrackEnd::kNoSource, OK);
             return;
@@ -580,6 +665,8 @@ public:
     const TrackEnd& end() const { return mEnd; }
     const TrackTotals& totals() const { return mTotals; }
     json& samples() { return mSamples; }
+    // Hands every sample to `sink` too (not owned; outlives the reader's reading).
+    void addSink(ProbeSampleSink* sink) { mSinks.push_back(sink); }
 
     void step() {
         if (mDone) return;
@@ -602,6 +689,16 @@ public:
         bool hasTime = buffer->meta_data()->findInt64(kKeyTime, &timeUs);
         if (hasTime) advance(timeUs);
         if (!mQuiet) record(buffer, hasTime, timeUs);
+        if (!mSinks.empty()) {
+            ProbeSample sample;
+            sample.data = static_cast<const uint8_t*>(buffer->data()) + buffer->range_offset();
+            sample.size = buffer->range_length();
+            sample.hasTime = hasTime;
+            sample.timeUs = timeUs;
+            int32_t sync = 0;
+            sample.sync = buffer->meta_data()->findInt32(kKeyIsSyncFrame, &sync) && sync != 0;
+            for (ProbeSampleSink* sink : mSinks) sink->onSample(sample);
+        }
         buffer->release();
     }
 
@@ -670,6 +767,7 @@ private:
     int64_t mWrapBaseUs = 0;
     TrackTotals mTotals;
     json mSamples = json::array();
+    std::vector<ProbeSampleSink*> mSinks;
 };
 
 // Reads the tracks interleaved, always from the one that is furthest behind
@@ -700,6 +798,8 @@ struct Probe {
     std::vector<size_t> selected;
     json doc = json::object();
     double started = 0;
+    std::vector<std::unique_ptr<ProbeSampleSink>> extracts;  // one per --extract
+    std::unique_ptr<TimelineWriter> timeline;
 
     bool text() const { return !options.json && !options.quiet; }
 };
@@ -795,6 +895,21 @@ int selectTracks(Probe& p) {
     return kExitOk;
 }
 
+// An --extract names a track the file has; it is read even when --track
+// leaves it out.
+int checkExtracts(Probe& p) {
+    for (const ExtractRequest& e : p.options.extracts) {
+        if (e.track >= p.trackCount) {
+            return usageError("--extract: no track " + std::to_string(e.track) + " (the file has " +
+                              std::to_string(p.trackCount) + ")");
+        }
+        if (std::find(p.selected.begin(), p.selected.end(), e.track) == p.selected.end()) {
+            p.selected.push_back(e.track);
+        }
+    }
+    return kExitOk;
+}
+
 void printHeader(Probe& p) {
     sp<MetaData> fileMeta = p.extractor->getMetaData();
     p.doc["meta"] = metaToJson(fileMeta);
@@ -813,6 +928,47 @@ void printHeader(Probe& p) {
     printf("tracks: %zu\n", p.trackCount);
 }
 
+// Hands track i's samples to the --extract files and the timeline that want them.
+void attachOutputs(Probe& p, size_t i, const sp<MetaData>& format, TrackReader& reader) {
+    for (size_t k = 0; k < p.options.extracts.size(); ++k) {
+        if (p.options.extracts[k].track == i && p.extracts[k] == nullptr) {
+            std::string error;
+            p.extracts[k] = openExtractSink(format, p.options.extracts[k].path, &error);
+            if (p.extracts[k] == nullptr) {
+                fprintf(stderr, "zirk-probe: --extract %zu:%s: %s\n", i, p.options.extracts[k].path.c_str(),
+                        error.c_str());
+            } else {
+                reader.addSink(p.extracts[k].get());
+            }
+        }
+    }
+    if (p.timeline) reader.addSink(p.timeline->addTrack(i, format));
+}
+
+// Completes the --extract files and draws the timeline; false when one of
+// them could not be written.
+bool finishOutputs(Probe& p) {
+    bool ok = true;
+    std::string error;
+    for (size_t k = 0; k < p.extracts.size(); ++k) {
+        const ExtractRequest& e = p.options.extracts[k];
+        if (p.extracts[k] == nullptr) {
+            ok = false;
+        } else if (!p.extracts[k]->finish(&error)) {
+            fprintf(stderr, "zirk-probe: --extract %zu:%s: %s\n", e.track, e.path.c_str(), error.c_str());
+            ok = false;
+        }
+    }
+    if (p.timeline) {
+        for (size_t i : p.selected) p.timeline->addSeekPoints(i, p.extractor);
+        if (!p.timeline->write(&error)) {
+            fprintf(stderr, "zirk-probe: --timeline %s: %s\n", p.options.timeline.c_str(), error.c_str());
+            ok = false;
+        }
+    }
+    return ok;
+}
+
 // Shows each selected track's format as a player sees it, from the source
 // (which may add keys to what the extractor lists), and with --samples reads
 // the tracks: in text, one after another, each listed under its format;
@@ -828,8 +984,9 @@ std::vector<std::unique_ptr<TrackReader>> probeTracks(Probe& p) {
             printf("track %zu:\n", i);
             printMeta(format, "  ");
         }
-        if (!p.options.samples) continue;
+        if (!p.options.reads()) continue;
         readers.emplace_back(new TrackReader(i, track, p.options));
+        attachOutputs(p, i, format, *readers.back());
         if (streamed) {
             TrackReader& reader = *readers.back();
             printf("  samples:\n");
@@ -849,7 +1006,7 @@ int finish(Probe& p, std::vector<std::unique_ptr<TrackReader>>& readers) {
     for (size_t k = 0; k < readers.size(); ++k) {
         TrackReader& reader = *readers[k];
         json& t = p.doc["tracks"][k];
-        if (!p.options.quiet) t["samples"] = std::move(reader.samples());
+        if (p.options.samples && !p.options.quiet) t["samples"] = std::move(reader.samples());
         t["sample_count"] = reader.totals().samples;
         t["bytes"] = reader.totals().bytes;
         t["end"] = reader.end().code();
@@ -861,6 +1018,7 @@ int finish(Probe& p, std::vector<std::unique_ptr<TrackReader>>& readers) {
                     reader.end().text().c_str(), static_cast<unsigned long long>(reader.totals().samples));
         }
     }
+    bool outputsOk = finishOutputs(p);
     double seconds = nowSeconds() - p.started;
     if (p.options.json) {
         if (p.options.quiet) p.doc["totals"] = {{"samples", all.samples}, {"bytes", all.bytes}, {"seconds", seconds}};
@@ -873,7 +1031,8 @@ int finish(Probe& p, std::vector<std::unique_ptr<TrackReader>>& readers) {
         fprintf(stderr, "zirk-probe: '%s' has no tracks this library can read\n", p.options.file.c_str());
         return kExitNoTracks;
     }
-    return trackError ? kExitTrackError : kExitOk;
+    if (trackError) return kExitTrackError;
+    return outputsOk ? kExitOk : kExitOutputFailed;
 }
 
 }  // namespace
@@ -886,7 +1045,17 @@ int main(int argc, char** argv) {
         printVersions();
         return kExitOk;
     }
-    if (p.options.file.empty()) return usageError("no FILE given (see --help)");
+    if (p.options.paths.empty()) return usageError("no FILE given (see --help)");
+    if (p.options.batch) {
+        BatchRequest batch;
+        batch.self = "/proc/self/exe";
+        batch.paths = p.options.paths;
+        batch.extensions = p.options.extensions;
+        batch.jobs = p.options.jobs ? p.options.jobs : std::max(1L, sysconf(_SC_NPROCESSORS_ONLN));
+        batch.json = p.options.json;
+        batch.childArgs = p.options.childArgs;
+        return runBatch(batch);
+    }
 
     gCurrentFile = p.options.file;
     zirk_log_set_assert_hook(&onFatalCheck, nullptr);
@@ -895,6 +1064,9 @@ int main(int argc, char** argv) {
     p.started = nowSeconds();
     if ((exitCode = chooseExtractor(p)) != kExitOk) return exitCode;
     if ((exitCode = selectTracks(p)) != kExitOk) return exitCode;
+    if ((exitCode = checkExtracts(p)) != kExitOk) return exitCode;
+    p.extracts.resize(p.options.extracts.size());
+    if (!p.options.timeline.empty()) p.timeline.reset(new TimelineWriter(p.options.timeline, p.options.file));
     printHeader(p);
     std::vector<std::unique_ptr<TrackReader>> readers = probeTracks(p);
     return finish(p, readers);

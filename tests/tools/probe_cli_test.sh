@@ -33,6 +33,7 @@ expect() {
 
 printf 'just some text, not media\n%.0s' {1..100} >"$tmp/text.txt"
 : >"$tmp/empty.bin"
+mkfifo "$tmp/fifo"
 printf 'FLV\x01\x05\x00\x00\x00\x09\x00\x00\x00\x00' >"$tmp/no-tracks.flv"
 # The last video chunk's header (at 73670, after "00dc") claims 64 KiB, more
 # than the track's buffers hold: reading it fails with ERROR_MALFORMED.
@@ -49,7 +50,10 @@ expect version-containers  0 '^flv: QVX'                                      --
 expect help-exit-codes     0 '^  5  samples were read'                        -- --help
 expect no-file             1 'no FILE'                                        --
 expect unknown-option      1 "unknown option '--bogus'"                       -- --bogus "$flv"
-expect two-files           1 "one FILE only, got '1'"                         -- --track 0 1 "$flv"
+expect extract-value       1 '--extract wants N:OUT'                          -- "$flv" --extract 0
+expect extract-batch       1 '--extract and --timeline take one FILE'         -- "$flv" "$h263" --extract 0:x
+expect jobs-value          1 '--jobs wants a number of files'                 -- "$flv" --jobs 0
+expect extract-track       1 '--extract: no track 9'                          -- "$flv" --extract 9:"$tmp/x"
 expect track-negative      1 "--track wants a track number"                   -- --track -1 "$flv"
 expect track-out-of-range  1 'no track 7 \(the file has 2: 0 to 1\)'          -- "$flv" --track 7
 expect count-negative      1 '--count wants a number of buffers \(0 or more\)' -- "$flv" --count -1
@@ -60,7 +64,7 @@ expect log-level           1 "unknown log level 'loud' \(debug"               --
 expect cache-value         1 '--cache wants on or off'                        -- "$flv" --cache maybe
 expect prop-malformed      1 'bad --prop'                                     -- "$flv" --prop novalue
 expect missing             2 "cannot read '.*': No such file"                 -- "$tmp/missing"
-expect directory           2 'is not a regular file'                          -- "$tmp"
+expect not-regular         2 'is not a regular file'                          -- "$tmp/fifo"
 expect not-media           3 'not a container this library recognises'        -- "$tmp/text.txt"
 expect empty-file          3 'not a container'                                -- "$tmp/empty.bin"
 expect json-unrecognised   3 '"sniff": null'                                  -- "$tmp/text.txt" --json
