@@ -4,6 +4,12 @@
 set -euo pipefail
 
 ZIRK_PACKAGES=(cmake make g++ python3 zlib1g-dev libgtest-dev libgmock-dev nlohmann-json3-dev libcli11-dev)
+# CI's extras: the programs the probe's output tests check against (ffmpeg
+# decodes what --extract writes, rsvg-convert renders --timeline) and
+# pkg-config for the installed-library check.
+if [[ "${ZIRK_WITH_MEDIA_TOOLS:-0}" == "1" ]]; then
+  ZIRK_PACKAGES+=(ffmpeg librsvg2-bin pkg-config)
+fi
 if [[ "${ZIRK_WITH_FUZZ:-0}" == "1" ]]; then
   ZIRK_PACKAGES+=(clang libclang-rt-dev)
 fi
