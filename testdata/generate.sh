@@ -54,6 +54,8 @@ probe() {
     case $f in
         *.avi) python3 avi_idx1_dump.py "$f" > "$f.idx1.csv" ;;
         *.flv) python3 flv_tags_dump.py "$f" > "$f.tags.csv" ;;
+        # ASF file metadata (title, author as "artist", album) as ffprobe reads it
+        *.asf|*.wma) ffprobe -v error -show_format -of flat "$f" | grep '^format\.tags\.' > "$f.format.txt" || true ;;
     esac
 }
 
@@ -272,6 +274,26 @@ enc asf_wmv2_wmav2.asf \
     -f lavfi -i "$(vsrc 160x120 10 1)" -f lavfi -i "$(mono 44100 1)" \
     -c:v wmv2 -b:v 32k -c:a wmav2 -b:a 32k -f asf \
     -metadata title=T -metadata author=A
+# MS-MPEG4v3 + MP3 22050 Hz mono, 1 s
+enc asf_msmpeg4v3_mp3.asf \
+    -f lavfi -i "$(vsrc 160x120 10 1)" -f lavfi -i "$(mono 22050 1)" \
+    -c:v msmpeg4 -b:v 64k -c:a libmp3lame -ar 22050 -ac 1 -b:a 32k -f asf
+# H.264 baseline (no B-frames: ASF stores presentation times) + PCM 8 kHz mono, 1 s
+enc asf_h264_pcm.asf \
+    -f lavfi -i "$(vsrc 160x120 10 1)" -f lavfi -i "$(mono 8000 1)" \
+    -c:v libx264 -preset medium -pix_fmt yuv420p -b:v 60k -profile:v baseline -g 5 \
+    -c:a pcm_s16le -f asf
+# WMA 1 only, with title, author and album (Extended Content Description), 2 s
+enc asf_wmav1_tags.wma \
+    -f lavfi -i "$(stereo 22050)" -c:a wmav1 -b:a 32k -f asf \
+    -metadata title="Zirk Title" -metadata author="Zirk Author" -metadata album="Zirk Album"
+# MP3 only, 44.1 kHz stereo, 2 s
+enc asf_mp3_only.asf \
+    -f lavfi -i "$(stereo 44100)" -c:a libmp3lame -b:a 64k -f asf
+# Small packets (256 bytes): every video object is split over several packets
+enc asf_small_packets.asf \
+    -f lavfi -i "$(vsrc 160x120 10 1)" -f lavfi -i "$(mono 22050 1)" \
+    -c:v wmv2 -b:v 48k -c:a wmav2 -ar 22050 -b:a 32k -packet_size 256 -f asf
 fi
 
 echo "done: $(du -sh "$OUT" | cut -f1) in $OUT"

@@ -19,7 +19,8 @@ per MPEG audio frame: count and byte total must match.
 ASF files are read with the Windows Media property set (their WMV/WMA streams
 are hidden otherwise); every object's size and time must match (one constant
 offset per track for the preroll); their buffers carry a sync flag only after
-a seek, so flags are not compared.
+a seek, so flags are not compared. Their title, author and album must be
+ffprobe's (`<file>.format.txt`).
 
 Usage: probe_crosscheck.py PROBE FILE...
 Prints one line per track and 'N passed, N failed'.
@@ -70,11 +71,13 @@ def check_track(name, kind, samples, packets, is_flv):
 MOV_EXTENSIONS = (".mov", ".mp4", ".m4a", ".3gp")  # a "fragmented" file is played as far as moov indexes
 
 
-def check_mov_track(name, track, packets, compare_sync=True):
+def check_mov_track(name, track, packets, compare_sync=True, whole_objects=False):
     kind = "video" if track["meta"]["mime"].startswith("video/") else "audio"
     mime, samples, problems = track["meta"]["mime"], track["samples"], []
     total = sum(s["size"] for s in samples)
-    if mime == "audio/raw":
+    if whole_objects:
+        pass
+    elif mime == "audio/raw":
         frames = round(sum(float(p["duration_time"]) for p in packets) * track["meta"]["srte"])
         want = frames * 2 * track["meta"]["#chn"]
         if total != want:
@@ -82,9 +85,12 @@ def check_mov_track(name, track, packets, compare_sync=True):
     elif mime == "audio/mpeg":
         if len(samples) != len(packets) or total != sum(int(p["size"]) for p in packets):
             problems.append("%d buffers of %d bytes, ffprobe %d packets" % (len(samples), total, len(packets)))
-    else:
+    if whole_objects or mime not in ("audio/raw", "audio/mpeg"):
         if len(samples) != len(packets):
             problems.append("%d samples, ffprobe has %d" % (len(samples), len(packets)))
+        for p in packets:
+            if p["pts_time"] == "N/A":
+                p["pts_time"] = p["dts_time"]
         offset = samples[0]["time_us"] - us(packets[0]["pts_time"]) if samples and packets else 0
         for i, (s, p) in enumerate(zip(samples, packets)):
             if s["size"] != int(p["size"]):
@@ -100,12 +106,28 @@ def check_mov_track(name, track, packets, compare_sync=True):
     return not problems
 
 
+ASF_TAGS = {"title": "titl", "artist": "arti", "album": "albu"}  # ffprobe's tag -> the file's metadata key
+
+
+def check_asf_tags(path, meta):
+    want = {}
+    if os.path.exists(path + ".format.txt"):
+        for line in open(path + ".format.txt"):
+            key, _, value = line.strip().partition("=")
+            if key.split(".")[-1] in ASF_TAGS:
+                want[ASF_TAGS[key.split(".")[-1]]] = json.loads(value)
+    got = {k: meta[k] for k in ASF_TAGS.values() if k in meta}
+    ok = want == got
+    print("%s %s metadata: %s%s" % ("ok  " if ok else "FAIL", os.path.basename(path), got, "" if ok else ", ffprobe %s" % want))
+    return ok
+
+
 def main():
     probe, files = sys.argv[1], sys.argv[2:]
     passed = failed = 0
     for path in files:
         is_mov = path.endswith(MOV_EXTENSIONS)
-        is_asf = path.endswith(".asf")
+        is_asf = path.endswith((".asf", ".wma"))
         # ISO files are not claimed by the sniffer: they open by container type.
         args = [probe, "--samples", "--json"] + (["--container", "mov"] if is_mov else [])
         args += ["--prop", "media.tamelordecode.supportwmva=1"] if is_asf else []
@@ -114,6 +136,9 @@ def main():
         doc = json.loads(out)
         packets = ffprobe_packets(path)
         is_flv = path.endswith(".flv")
+        if is_asf:
+            ok = check_asf_tags(path, doc["meta"])
+            passed, failed = passed + ok, failed + (not ok)
         for track in doc["tracks"]:
             mime = track["meta"]["mime"]
             kind = "video" if mime.startswith("video/") else "audio"
@@ -126,7 +151,8 @@ def main():
                 if "fragmented" in path and track["samples"]:
                     # moov indexes the first fragment only; the rest is not played.
                     expected = expected[:len(track["samples"])]
-                ok = check_mov_track(os.path.basename(path), track, expected, compare_sync=not is_asf)
+                ok = check_mov_track(os.path.basename(path), track, expected, compare_sync=not is_asf,
+                                     whole_objects=is_asf)
                 passed, failed = passed + ok, failed + (not ok)
                 continue
             if kind == "audio" and not is_flv:
