@@ -483,15 +483,72 @@ status_t ASFParser::parseExtContentDescriptionObject(int64_t offset, int64_t siz
     return OK;
 }
 
+class ASFParser::PacketWindow {
+public:
+    explicit PacketWindow(const sp<DataSource>& source) : mSource(source) {}
+
+    // The n bytes at pos inside the window, which moves to pos when they are
+    // not all in it; null when the moved window still lacks them (the file
+    // ends, or the source fails a read that reaches further than the field).
+    const uint8_t* at(int64_t pos, size_t n) {
+        if (pos < 0 || n > kBytes) return nullptr;
+        if (!holds(pos, n)) {
+            const ssize_t got = mSource->readAt(pos, mBytes, kBytes);
+            mStart = pos;
+            mLength = got > 0 ? static_cast<size_t>(got) : 0;
+            if (mLength < n) return nullptr;
+        }
+        return mBytes + (pos - mStart);
+    }
+    // Copies the bytes at [pos, pos + n) that the file has, up to n: from the
+    // window, or, where it lacks them, read alone, so that the answer is the
+    // source's answer for those n bytes.
+    size_t read(int64_t pos, void* data, size_t n) {
+        if (const uint8_t* p = at(pos, n)) {
+            memcpy(data, p, n);
+            return n;
+        }
+        if (pos < 0) return 0;
+        const ssize_t alone = mSource->readAt(pos, data, n);
+        return alone > 0 ? static_cast<size_t>(alone) : 0;
+    }
+    bool readExact(int64_t pos, void* data, size_t n) { return read(pos, data, n) == n; }
+
+private:
+    // The packet header and one payload header with its 8 bytes of
+    // replicated data fit (at most 29 and 25 bytes); longer replicated data
+    // are stepped over, not read.
+    static constexpr size_t kBytes = 128;
+
+    bool holds(int64_t pos, size_t n) const {
+        return mLength > 0 && pos >= mStart && static_cast<uint64_t>(pos - mStart) <= mLength &&
+               n <= mLength - static_cast<size_t>(pos - mStart);
+    }
+
+    const sp<DataSource>& mSource;
+    uint8_t mBytes[kBytes];
+    int64_t mStart = -1;
+    size_t mLength = 0;
+};
+
 uint32_t ASFParser::getTypeLength(uint8_t lengthType, int64_t offset, uint32_t* value) {
+    PacketWindow window(mDataSource);
+    return getTypeLength(window, lengthType, offset, value);
+}
+
+uint32_t ASFParser::getTypeLength(PacketWindow& window, uint8_t lengthType, int64_t offset, uint32_t* value) {
     static const uint32_t kWidths[4] = {0, 1, 2, 4};
     *value = 0;
     const uint32_t width = lengthType < 4 ? kWidths[lengthType] : 0;
     if (width == 0) return 0;
+    if (const uint8_t* p = window.at(offset, width)) {
+        *value = width == 1 ? p[0] : width == 2 ? U16LE_AT(p) : U32LE_AT(p);
+        return width;
+    }
     uint8_t bytes[4] = {0, 0, 0, 0};
-    // The result is deliberately not checked: bytes a short read leaves out
+    // The count is deliberately not checked: bytes a short read leaves out
     // stay zero, and the packet reader judges the fields it gets.
-    (void)mDataSource->readAt(offset, bytes, width);
+    (void)window.read(offset, bytes, width);
     *value = U32LE_AT(bytes);
     return width;
 }
@@ -509,37 +566,37 @@ status_t ASFParser::parseDataPacket(AsfTrack* track, int64_t start) {
     // past any file offset is past the data.
     int64_t slotEnd;
     if (!zirkAdd(start, packetSize, &slotEnd)) return ERROR_MALFORMED;
-    const int64_t fileEnd = INT64_MAX;  // reads past the file come back short
+    PacketWindow window(mDataSource);
     int64_t pos = start;
 
     // The first byte is always taken as the error correction flags, even in
     // packets that start with their length type flags: files have always
     // been read that way.
     uint8_t errorCorrection;
-    if (!readIn(pos, fileEnd, &errorCorrection, 1)) return packetReadFailed(kLineErrorCorrectionFlags);
+    if (!window.readExact(pos, &errorCorrection, 1)) return packetReadFailed(kLineErrorCorrectionFlags);
     pos += 1;
     if (errorCorrection & kErrorCorrectionPresent) pos += errorCorrection & kErrorCorrectionLengthMask;
     if (errorCorrection & kOpaqueDataPresent) return OK;
 
     uint8_t flags[2];
-    if (!readIn(pos, fileEnd, flags, sizeof(flags))) return packetReadFailed(kLineLengthTypeFlags);
+    if (!window.readExact(pos, flags, sizeof(flags))) return packetReadFailed(kLineLengthTypeFlags);
     pos += sizeof(flags);
     const uint8_t lengthTypeFlags = flags[0], propertyFlags = flags[1];
     uint32_t packetLength = 0, sequence = 0, paddingLength = 0;
-    pos += getTypeLength((lengthTypeFlags >> 5) & 3, pos, &packetLength);
-    pos += getTypeLength((lengthTypeFlags >> 1) & 3, pos, &sequence);
-    pos += getTypeLength((lengthTypeFlags >> 3) & 3, pos, &paddingLength);
+    pos += getTypeLength(window, (lengthTypeFlags >> 5) & 3, pos, &packetLength);
+    pos += getTypeLength(window, (lengthTypeFlags >> 1) & 3, pos, &sequence);
+    pos += getTypeLength(window, (lengthTypeFlags >> 3) & 3, pos, &paddingLength);
     if (packetLength == 0) packetLength = packetSize;
 
     // Send time and duration are not used.
     uint8_t timing[kSendTimeAndDurationBytes];
-    if (!readIn(pos, fileEnd, timing, sizeof(timing))) return packetReadFailed(kLineSendTime);
+    if (!window.readExact(pos, timing, sizeof(timing))) return packetReadFailed(kLineSendTime);
     pos += sizeof(timing);
 
     const bool multiple = (lengthTypeFlags & kMultiplePayloads) != 0;
     uint8_t payloadFlags = 0;  // one payload: no length field (width code 0)
     if (multiple) {
-        if (!readIn(pos, fileEnd, &payloadFlags, 1)) return packetReadFailed(kLinePayloadFlags);
+        if (!window.readExact(pos, &payloadFlags, 1)) return packetReadFailed(kLinePayloadFlags);
         pos += 1;
     }
     const uint8_t payloadCount = multiple ? payloadFlags & kPayloadCountMask : 1;
@@ -557,7 +614,7 @@ status_t ASFParser::parseDataPacket(AsfTrack* track, int64_t start) {
     // payload area. A single payload fills the area.
     auto payloadData = [&](int64_t* dataEnd) -> bool {
         uint32_t length = 0;
-        if (multiple) pos += getTypeLength(payloadLengthType, pos, &length);
+        if (multiple) pos += getTypeLength(window, payloadLengthType, pos, &length);
         if (pos > areaEnd) return false;
         if (!multiple) length = static_cast<uint32_t>(areaEnd - pos);  // areaEnd - start <= packetSize
         if (length > areaEnd - pos) return false;
@@ -568,7 +625,7 @@ status_t ASFParser::parseDataPacket(AsfTrack* track, int64_t start) {
     // At most 63 payloads, each moving pos by at least its stream byte.
     for (uint8_t i = 0; i < payloadCount && pos < areaEnd; ++i) {
         uint8_t streamByte;
-        if (!readIn(pos, fileEnd, &streamByte, 1)) return packetReadFailed(kLineStreamNumber);
+        if (!window.readExact(pos, &streamByte, 1)) return packetReadFailed(kLineStreamNumber);
         pos += 1;
         const uint32_t stream = streamByte & kStreamNumberMask;
         const uint32_t keyFrame = streamByte >> 7;
@@ -578,9 +635,9 @@ status_t ASFParser::parseDataPacket(AsfTrack* track, int64_t start) {
         }
         const bool wanted = stream == track->streamNumber;
         uint32_t objectNumber = 0, offsetInObject = 0, replicatedLength = 0;
-        pos += getTypeLength((propertyFlags >> 4) & 3, pos, &objectNumber);
-        pos += getTypeLength((propertyFlags >> 2) & 3, pos, &offsetInObject);
-        pos += getTypeLength(propertyFlags & 3, pos, &replicatedLength);
+        pos += getTypeLength(window, (propertyFlags >> 4) & 3, pos, &objectNumber);
+        pos += getTypeLength(window, (propertyFlags >> 2) & 3, pos, &offsetInObject);
+        pos += getTypeLength(window, propertyFlags & 3, pos, &replicatedLength);
         int64_t dataEnd;
 
         if (replicatedLength == kCompressedReplicatedLength) {
@@ -588,14 +645,14 @@ status_t ASFParser::parseDataPacket(AsfTrack* track, int64_t start) {
             // time, one time delta byte follows, and the data are
             // sub-payloads, each a length byte and its bytes.
             uint8_t delta;
-            if (!readIn(pos, fileEnd, &delta, 1)) return packetReadFailed(kLineTimeDelta);
+            if (!window.readExact(pos, &delta, 1)) return packetReadFailed(kLineTimeDelta);
             pos += 1;
             if (!payloadData(&dataEnd)) break;
             // Every sub-payload, empty ones too, counts towards its time.
             uint32_t ordinal = 0;
             for (int64_t sub = pos; sub < dataEnd; ++ordinal) {
                 uint8_t subLength;
-                if (!readIn(sub, fileEnd, &subLength, 1)) return packetReadFailed(kLineSubPayloadLength);
+                if (!window.readExact(sub, &subLength, 1)) return packetReadFailed(kLineSubPayloadLength);
                 sub += 1;
                 if (subLength > dataEnd - sub) break;  // its payload ends first
                 if (subLength != 0 && wanted) {
@@ -611,7 +668,7 @@ status_t ASFParser::parseDataPacket(AsfTrack* track, int64_t start) {
             // the replicated data declare fewer than their 8 bytes; the
             // declared length is what is stepped over.
             uint8_t replicated[kReplicatedFieldBytes];
-            if (!readIn(pos, fileEnd, replicated, sizeof(replicated))) return packetReadFailed(kLineReplicatedData);
+            if (!window.readExact(pos, replicated, sizeof(replicated))) return packetReadFailed(kLineReplicatedData);
             if (pos > areaEnd || replicatedLength > areaEnd - pos) break;
             pos += replicatedLength;
             if (!payloadData(&dataEnd)) break;

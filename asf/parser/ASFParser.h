@@ -191,6 +191,11 @@ private:
     // Appends to the track's table the payloads of its stream in the data
     // packet starting at `start`; see getPayload.
     status_t parseDataPacket(AsfTrack* track, int64_t start);
+    // The packet walk reads its fields through a small window of the file
+    // (one source read for the packet header and each payload header, not
+    // one for each field); results are those of reading each field alone.
+    class PacketWindow;
+    uint32_t getTypeLength(PacketWindow& window, uint8_t lengthType, int64_t offset, uint32_t* value);
     // True when all n bytes at pos lie below `end` and were read.
     bool readIn(int64_t pos, int64_t end, void* data, size_t n);
 
