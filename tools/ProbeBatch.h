@@ -1,5 +1,10 @@
 // Many files: zirk-probe PATH... probes every file (directories walked) in
-// child processes, --jobs at a time, and closes with a summary table.
+// child processes, --jobs at a time, and reports them in the order found,
+// closing with a summary table (text) or as JSON Lines (--json).
+//
+// runBatch runs on the tool's main thread, starts no threads, and owns every
+// child it starts: each is waited for before runBatch returns. It writes the
+// results on stdout and, when stderr is a terminal, a progress line there.
 #ifndef ZIRK_TOOLS_PROBE_BATCH_H
 #define ZIRK_TOOLS_PROBE_BATCH_H
 
@@ -17,8 +22,9 @@ struct BatchRequest {
     std::vector<std::string> childArgs;  // the options each child gets before its file
 };
 
-// Runs the batch; returns the process exit code (0 when every file was probed
-// without failure).
+// Runs the batch; returns the process exit code: 0 when every file was probed
+// without failure, 7 when some file failed (it could not be read, was not
+// recognised, a track ended badly, or its child died on a fatal check).
 int runBatch(const BatchRequest& request);
 
 }  // namespace zirk_probe

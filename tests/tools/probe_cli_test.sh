@@ -41,6 +41,10 @@ cp "$data/avi_mjpeg_pcm8.avi" "$tmp/bad-chunk.avi"
 [[ $(dd if="$tmp/bad-chunk.avi" bs=1 skip=73670 count=4 status=none) == 00dc ]] ||
   { echo "FAIL bad-chunk: the chunk is no longer at 73670"; failed=$((failed + 1)); }
 printf '\x00\x00\x01\x00' | dd of="$tmp/bad-chunk.avi" bs=1 seek=73674 conv=notrunc status=none
+# A directory holding a FIFO, which a batch's walk leaves out.
+mkdir "$tmp/dir"
+cp "$tmp/no-tracks.flv" "$tmp/dir/"
+mkfifo "$tmp/dir/fifo"
 flv=$data/flv_h264_aac.flv
 h263=$data/flv_h263_mp3.flv
 
@@ -87,6 +91,10 @@ expect seek-implies-read   0 '^ +0 time_us=1000000 size=[0-9]+ sync=1'        --
 expect count-json          0 '"end": "COUNT_REACHED"'                         -- "$flv" --json --count 3
 expect json-end-of-stream  0 '"end": "ERROR_END_OF_STREAM"'                   -- "$flv" --samples --json
 expect forced-container    0 '"sniff": null'                                  -- "$flv" --container FLV --json
+# Several paths or a directory make a batch: 0 when every file was probed, 7 otherwise.
+expect batch-all-ok        0 '^== 2 files: 2 probed, 0 not recognised'       -- "$flv" "$h263"
+expect batch-some-failed   7 '^  .*text.txt$'                                 -- "$flv" "$tmp/text.txt"
+expect batch-directory     7 '^== 1 file: 0 probed, 0 not recognised, 1 failed' -- "$tmp/dir" --jobs 1
 expect cache-off-quiet     0 '^samples=[0-9]+ bytes=[0-9]+ seconds='          -- "$flv" --cache off --quiet
 # The plain file source reads what the caching one reads.
 if cmp -s <("$probe" "$flv" --samples --json --cache off) <("$probe" "$flv" --samples --json); then
