@@ -17,6 +17,7 @@ import sys
 import tempfile
 import time
 
+WMVA_ON = ["--prop", "media.tamelordecode.supportwmva=1"]
 HERE = os.path.dirname(os.path.abspath(__file__))
 
 
@@ -45,10 +46,11 @@ def main():
     ap.add_argument("--runs", type=int, default=5, help="runs of each command per file (default 5)")
     ap.add_argument("--probe-args", default="", help="extra zirk-probe arguments, e.g. '--cache off'")
     args = ap.parse_args()
-    extra = args.probe_args.split()
 
     rows = []
     for f in args.files:
+        # ASF's Windows Media streams are read with the property that shows them.
+        extra = args.probe_args.split() + (WMVA_ON if f.endswith((".asf", ".wma", ".wmv")) else [])
         cmds = {
             "ours": [args.probe, f, "--samples", "--quiet"] + extra,
             "peer": ["ffmpeg", "-nostdin", "-v", "error", "-i", f, "-map", "0", "-c", "copy", "-f", "null", "-"],

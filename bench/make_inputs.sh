@@ -1,15 +1,16 @@
 #!/usr/bin/env bash
 # Makes the benchmark inputs with ffmpeg, for each container given (default:
-# flv avi mov), into DIR (default: bench/inputs, which git ignores):
+# flv avi mov asf), into DIR (default: bench/inputs, which git ignores):
 #   large_<c>.<ext>  ~1 GB of large samples: 1280x720 H.264 at 10 Mb/s + AAC (FLV,
-#                    MOV) or MPEG-4 Part 2 + MP3 (AVI), a 60 s clip looped with -c copy
+#                    MOV), MPEG-4 Part 2 + MP3 (AVI) or MS-MPEG4v3 + WMA 2 (ASF), a 60 s clip
+#                    looped with -c copy
 #   small_<c>.<ext>  ~2 hours of small samples: 160x120 at 100 kb/s + 32 kb/s audio
 # Usage: bench/make_inputs.sh [DIR] [CONTAINER...]
 set -euo pipefail
 dir=${1:-$(dirname "$0")/inputs}
 shift || true
 containers=("$@")
-((${#containers[@]})) || containers=(flv avi mov)
+((${#containers[@]})) || containers=(flv avi mov asf)
 mkdir -p "$dir"
 ff=(ffmpeg -hide_banner -v error -y)
 
@@ -31,6 +32,9 @@ for c in "${containers[@]}"; do
     avi) vc=mpeg4 ac=libmp3lame loops=14 ;;
     # QuickTime brand (-f mov from the name), so that the sniffer claims it.
     mov) vc=libx264 ac=aac loops=12 ;;
+    # The muxer's default pair; the audio is a Windows Media stream, read with
+    # the property set.
+    asf) vc=msmpeg4 ac=wmav2 loops=12 ;;
     *) echo "no benchmark inputs for container '$c' yet" >&2; continue ;;
   esac
   ext=$c

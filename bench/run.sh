@@ -15,7 +15,7 @@ cmake -S . -B build-release -DCMAKE_BUILD_TYPE=Release -DZIRK_BUILD_TESTS=OFF >/
 cmake --build build-release -j2 --target zirk-probe >/dev/null
 bench/make_inputs.sh bench/inputs "$@"
 files=()
-containers=("$@"); ((${#containers[@]})) || containers=(flv avi mov)
+containers=("$@"); ((${#containers[@]})) || containers=(flv avi mov asf)
 for c in "${containers[@]}"; do
   for f in bench/inputs/large_$c.$c bench/inputs/small_$c.$c; do [[ -s $f ]] && files+=("$f"); done
 done
