@@ -566,6 +566,7 @@ status_t ZIRKMOVExtractor::parseBox(uint32_t type, off64_t* offset, off64_t boxS
                 return OK;
             }
             if (dataSize < 8) return ERROR_MALFORMED;
+            *offset = boxEnd;
             return parseDrmSINF(offset, dataOffset);
 
         default: {
@@ -575,6 +576,8 @@ status_t ZIRKMOVExtractor::parseBox(uint32_t type, off64_t* offset, off64_t boxS
         }
     }
 
+    // Read for its protection flag only; skipped as every other box.
+    if (type == 'iods' && mPath.size() == 2 && isType(mPath, 0, 'moov')) (void)parseIods(dataOffset, dataSize);
     if (mPath.size() == 3 && isType(mPath, 0, 'moov') && isType(mPath, 1, 'udta')) {
         switch (type) {
             case 'titl': case 'dscp': case 'cprt': case 'perf': case 'auth': case 'gnre':

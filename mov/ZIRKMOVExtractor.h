@@ -38,6 +38,9 @@
 
 namespace android {
 
+// A protected track's IPMP data (raw bytes), as getDrmTrackInfo hands them out.
+constexpr uint32_t kKeyDrmTrackInfo = 'ipmp';
+
 class ZIRKMOVDataSource;
 class ZIRKMOVSampleTable;
 
@@ -95,9 +98,9 @@ private:
     String8 mFreeformData;
     bool mWaveEnded;
     bool mInWave;
-    // Set by the protection-descriptor parse, which this build does not have
-    // yet: it stays false, so mdat is always skipped and parsing stops at the
-    // end of moov.
+    // Set when the movie's initial object descriptor (iods) points at IPMP
+    // descriptors: the walk then goes on past moov to read the protection
+    // data at the start of mdat (parseDrmSINF).
     bool mIsDrm;
     bool mReserved[4];
     // Boxes open on the C++ stack right now; the `depth` arguments restart
@@ -131,6 +134,10 @@ private:
     // File metadata (ZIRKMOVMetaData.cpp).
     status_t parseMetaData(off64_t offset, off64_t size);
     status_t parse3gpUdtaMetaData(uint32_t type, off64_t offset, off64_t size);
+    // The protection data: parseIods sets mIsDrm; parseDrmSINF reads the
+    // object and IPMP descriptor updates at the start of mdat, from
+    // dataOffset up to *offset (the box end, where *offset is left).
+    status_t parseIods(off64_t dataOffset, off64_t dataSize);
     status_t parseDrmSINF(off64_t* offset, off64_t dataOffset);
 
     // Reads exactly `size` bytes at `offset` into *out, growing it only by

@@ -4,11 +4,14 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <algorithm>
+#include <utility>
 #include <vector>
 
 #include <media/stagefright/MediaErrors.h>
 #include <media/stagefright/Utils.h>
 #include <utils/Log.h>
+#include <zirk/ZIRKByteReader.h>
 
 #include "mov/ZIRKMOVExtractor.h"
 #include "mov/ZIRKMOVExtractorInternal.h"
@@ -160,11 +163,117 @@ status_t ZIRKMOVExtractor::parse3gpUdtaMetaData(uint32_t type, off64_t offset, o
     return OK;
 }
 
-// The protection-descriptor parse: mIsDrm is never set in this build (its
-// descriptor layout is not read yet), so mdat never reaches here.
-status_t ZIRKMOVExtractor::parseDrmSINF(off64_t* /*offset*/, off64_t /*dataOffset*/) { return ERROR_UNSUPPORTED; }
+// Protection data are MPEG-4 Systems descriptors: a tag byte, a size of one
+// to four bytes (seven bits each, high bit "more"), then the body.
+// - iods: version/flags, then the InitialObjectDescriptor (tag 0x02 or
+//   0x10): 16 bits of ID and flags (URL flag 0x20), five profile bytes, and
+//   sub-descriptors. An IPMP descriptor pointer (0x0A) or IPMP descriptor
+//   (0x0B) among them marks the movie as protected.
+// - mdat then starts with an ObjectDescriptorUpdate (0x01) of object
+//   descriptors (0x01 or 0x11: 16 bits of ID and flags, then sub-descriptors),
+//   each naming its track by an ES_ID_Ref (0x0F, 16 bits, read as the
+//   track's ID) and its protection by an IPMP descriptor pointer (0x0A, an
+//   8-bit IPMP ID); and an IPMP_DescriptorUpdate (0x05) of IPMP descriptors
+//   (0x0B: the 8-bit IPMP ID, a 16-bit scheme type, and the scheme's data;
+//   type 0 means a URL instead, which is not data).
+// Each track so named gets its IPMP data as kKeyDrmTrackInfo and kKeyIsDRM
+// set. Anything that does not fit this layout ends the walk as if the data
+// had ended; what was found before it stands.
+namespace {
 
-// Not in this build yet: no track carries protection data.
-char* ZIRKMOVExtractor::getDrmTrackInfo(size_t /*trackID*/, int* /*len*/) { return nullptr; }
+// The descriptors are read from memory, at most this much of the box: they
+// are a few dozen bytes a track, and the rest of mdat is media.
+constexpr uint64_t kMaxDrmDescriptorBytes = 64 * 1024;
+constexpr uint8_t kTagInitialOD = 0x02, kTagMP4InitialOD = 0x10;
+constexpr uint8_t kTagODUpdate = 0x01, kTagOD = 0x01, kTagMP4OD = 0x11;
+constexpr uint8_t kTagIPMPUpdate = 0x05, kTagIPMPPointer = 0x0A, kTagIPMP = 0x0B, kTagESIDRef = 0x0F;
+constexpr uint8_t kURLFlag = 0x20;
+
+// The next descriptor: its tag and a reader over its body.
+bool nextDescriptor(ZIRKByteReader& r, uint8_t* tag, ZIRKByteReader* body) {
+    uint32_t size = 0;
+    uint8_t byte = 0x80;
+    if (!r.readU8(tag)) return false;
+    for (int i = 0; i < 4 && (byte & 0x80); ++i) {
+        if (!r.readU8(&byte)) return false;
+        size = size << 7 | (byte & 0x7F);
+    }
+    return !(byte & 0x80) && r.subReader(size, body);
+}
+
+}  // namespace
+
+status_t ZIRKMOVExtractor::parseIods(off64_t dataOffset, off64_t dataSize) {
+    std::vector<uint8_t> bytes;
+    status_t err = readPayload(dataOffset, std::min<uint64_t>(dataSize, kMaxDrmDescriptorBytes), &bytes);
+    if (err != OK) return err;
+    ZIRKByteReader r(bytes.data(), bytes.size()), od;
+    uint8_t tag;
+    uint16_t idAndFlags;
+    if (!r.skip(4) || !nextDescriptor(r, &tag, &od) || (tag != kTagInitialOD && tag != kTagMP4InitialOD) ||
+        !od.readBE16(&idAndFlags)) {
+        return ERROR_MALFORMED;
+    }
+    if ((idAndFlags & kURLFlag) || !od.skip(5)) return OK;
+    ZIRKByteReader sub;
+    while (nextDescriptor(od, &tag, &sub)) {
+        if (tag == kTagIPMPPointer || tag == kTagIPMP) mIsDrm = true;
+    }
+    return OK;
+}
+
+status_t ZIRKMOVExtractor::parseDrmSINF(off64_t* offset, off64_t dataOffset) {
+    std::vector<uint8_t> bytes;
+    status_t err = readPayload(dataOffset, std::min<uint64_t>(*offset - dataOffset, kMaxDrmDescriptorBytes), &bytes);
+    if (err != OK) return err;
+    ZIRKByteReader r(bytes.data(), bytes.size()), update, desc, sub;
+    std::vector<std::pair<uint16_t, uint8_t>> pointers;  // track ID, IPMP ID
+    uint8_t tag;
+    if (!nextDescriptor(r, &tag, &update) || tag != kTagODUpdate) return OK;
+    while (nextDescriptor(update, &tag, &desc)) {
+        uint16_t idAndFlags, trackId = 0, value16;
+        uint8_t ipmpId = 0, value8;
+        bool named = false, pointed = false;
+        if ((tag != kTagOD && tag != kTagMP4OD) || !desc.readBE16(&idAndFlags) || (idAndFlags & kURLFlag)) continue;
+        while (nextDescriptor(desc, &tag, &sub)) {
+            if (tag == kTagESIDRef && sub.readBE16(&value16)) named = true, trackId = value16;
+            if (tag == kTagIPMPPointer && sub.readU8(&value8)) pointed = true, ipmpId = value8;
+        }
+        if (named && pointed) pointers.emplace_back(trackId, ipmpId);
+    }
+    if (!nextDescriptor(r, &tag, &update) || tag != kTagIPMPUpdate) return OK;
+    while (nextDescriptor(update, &tag, &desc)) {
+        uint8_t ipmpId;
+        uint16_t scheme;
+        if (tag != kTagIPMP || !desc.readU8(&ipmpId) || !desc.readBE16(&scheme) || scheme == 0) continue;
+        for (const auto& p : pointers) {
+            if (p.second != ipmpId) continue;
+            for (Track* t = mFirstTrack; t != nullptr; t = t->next) {
+                int32_t id;
+                if (!t->meta->findInt32(kKeyTrackID, &id) || id != p.first) continue;
+                t->meta->setData(kKeyDrmTrackInfo, MetaData::TYPE_NONE, desc.current(), desc.remaining());
+                t->meta->setInt32(kKeyIsDRM, 1);
+            }
+        }
+    }
+    return OK;
+}
+
+// `trackID` is the track's index, as getTrack takes it. The bytes belong to
+// the track's format: valid while the extractor lives.
+char* ZIRKMOVExtractor::getDrmTrackInfo(size_t trackID, int* len) {
+    if (readMetaData() != OK) return nullptr;
+    Track* track = mFirstTrack;
+    for (size_t i = 0; track != nullptr && i < trackID; ++i) track = track->next;
+    uint32_t type;
+    const void* data;
+    size_t size;
+    if (track == nullptr || len == nullptr || !track->meta->findData(kKeyDrmTrackInfo, &type, &data, &size) ||
+        size > INT32_MAX) {
+        return nullptr;
+    }
+    *len = static_cast<int>(size);
+    return static_cast<char*>(const_cast<void*>(data));
+}
 
 }  // namespace android

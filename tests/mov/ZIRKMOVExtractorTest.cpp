@@ -125,6 +125,20 @@ Bytes udta(const std::string& type, const Bytes& payload) { return box("udta", f
 
 const uint32_t kExt = kKeyMaxInputSize;
 
+// MPEG-4 Systems descriptors (one size byte) for the protection data.
+Bytes desc(uint8_t tag, const Bytes& body) { return cat({{tag, static_cast<uint8_t>(body.size())}, body}); }
+// An avc track (ID 1) whose iods points at IPMP and whose mdat starts with
+// the descriptor updates: `od` names track `trackId` and IPMP ID `pointer`;
+// the IPMP descriptor (ID 7, scheme `scheme`) carries "DRM".
+Bytes protectedMovie(bool ipmpInIods = true, uint16_t trackId = 1, uint8_t pointer = 7, uint16_t scheme = 0x1234) {
+    const Bytes iods = fullBox("iods", 0, 0, desc(0x10, cat({{0x00, 0x4F, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF},
+                                                              ipmpInIods ? desc(0x0A, {7}) : desc(0x0E, {0, 0, 0, 1})})));
+    const Bytes od = desc(0x11, cat({{0x00, 0x5F}, desc(0x0F, {uint8_t(trackId >> 8), uint8_t(trackId)}),
+                                     desc(0x0A, {pointer})}));
+    const Bytes ipmp = desc(0x0B, {7, uint8_t(scheme >> 8), uint8_t(scheme), 'D', 'R', 'M'});
+    return cat({movie(cat({iods, avcTrack()})), box("mdat", cat({desc(0x01, od), desc(0x05, ipmp), Bytes(64, 0)}))});
+}
+
 INSTANTIATE_TEST_SUITE_P(Movies, ZIRKMOVExtractorTest, ::testing::Values(
     Row{"avc_and_aac", movie(cat({avcTrack(), aacTrack()})), 2,
         {{-1, kKeyMIMEType, "video/quicktime"}, {-1, kKeyDate, "19040101T000000.000Z"}, {0, kKeyMIMEType, "video/avc"},
@@ -197,6 +211,13 @@ INSTANTIATE_TEST_SUITE_P(Movies, ZIRKMOVExtractorTest, ::testing::Values(
             const Bytes header = box("moov", cat({fullBox("mvhd", 0, 0, Bytes(96, 0)), avcTrack(), aacTrack()}));
             return compressedMovie(header.size(), zlib(header)); }(), 2,
         {{1, kKeySampleRate, kInt, 44100}}},
+    // Protection data reach the track only when iods points at IPMP and the
+    // mdat's object descriptor and IPMP descriptor agree on the track and ID.
+    Row{"protected_track", protectedMovie(), 1, {{0, kKeyIsDRM, kInt, 1}, {0, kKeyDrmTrackInfo, kDataSize, 3}}},
+    Row{"iods_without_ipmp", protectedMovie(false), 1, {{0, kKeyIsDRM, kAbsent}}},
+    Row{"ipmp_for_another_track", protectedMovie(true, 9), 1, {{0, kKeyIsDRM, kAbsent}}},
+    Row{"ipmp_id_mismatch", protectedMovie(true, 1, 8), 1, {{0, kKeyIsDRM, kAbsent}}},
+    Row{"ipmp_url_scheme", protectedMovie(true, 1, 7, 0), 1, {{0, kKeyIsDRM, kAbsent}}},
     Row{"zero_type_box_ends_walk", cat({box(std::string(4, '\0'), {}), movie(aacTrack())}), 0, {},
         "receive pure 0 FOURCC!"},
     // The tags ffprobe -show_format reports for two real files, except where
@@ -219,6 +240,30 @@ public:
     using MemorySource::MemorySource;
     uint32_t flags() override { return kIsCachingDataSource; }
 };
+
+TEST(ZIRKMOVExtractorQueries, ProtectionDataStayWithinTheirDescriptors) {
+    // getDrmTrackInfo hands out the IPMP data of track 0 and nothing for a track the file lacks. Every
+    // descriptor byte set to 0xFF (sizes that overrun their parent or never end, unknown tags) and every
+    // cut of the file inside mdat still open the track, and what is handed out is at most those 3 bytes.
+    const Bytes file = protectedMovie();
+    int len = 0;
+    sp<ZIRKMOVExtractor> e = new ZIRKMOVExtractor(new MemorySource(file));
+    const char* info = e->getDrmTrackInfo(0, &len);
+    ASSERT_NE(info, nullptr);
+    EXPECT_EQ(std::string(info, len), "DRM");
+    EXPECT_EQ(e->getDrmTrackInfo(1, &len), nullptr);
+    const size_t mdatData = file.size() - 64 - 28;  // the two updates: 28 bytes
+    for (size_t i = mdatData; i < file.size() - 64; ++i) {
+        Bytes corrupt = file;
+        corrupt[i] = 0xFF;
+        Bytes cut(file.begin(), file.begin() + i);
+        for (const Bytes& bytes : {corrupt, cut}) {
+            sp<ZIRKMOVExtractor> x = new ZIRKMOVExtractor(new MemorySource(bytes));
+            ASSERT_EQ(x->countTracks(), 1u) << i;
+            if (x->getDrmTrackInfo(0, &len) != nullptr) EXPECT_LE(len, 3) << i;
+        }
+    }
+}
 
 TEST(ZIRKMOVExtractorQueries, TrackLookupAndReadSize) {
     sp<ZIRKMOVExtractor> extractor = new ZIRKMOVExtractor(new CachingSource(movie(cat({avcTrack(), aacTrack()}))));
