@@ -12,9 +12,14 @@
 
 namespace zirk_probe {
 
-// A sink writing the track of `format` (as its source reports it) to `path`;
-// null with *error set when the file cannot be created. Warnings (a codec no
-// player reads alone) go to stderr.
+// A sink writing the track of `format` (as its source reports it) to `path`,
+// as a raw stream: H.264 in start-code form with its SPS/PPS in front of key
+// frames, AAC in ADTS, PCM as WAV, MPEG-4 and MPEG-2 video behind their
+// decoder configuration, MPEG audio, AC-3 and H.263 as they are, anything
+// else as its samples end to end. Null with *error set when the format cannot
+// be written that way or the file cannot be created; a write error surfaces
+// from finish(). Warnings (a codec no player reads alone, parameter sets
+// missing) go to stderr. The caller owns the sink; main thread only.
 std::unique_ptr<ProbeSampleSink> openExtractSink(const android::sp<android::MetaData>& format,
                                                  const std::string& path, std::string* error);
 
