@@ -15,16 +15,21 @@
 namespace zirk_probe {
 
 // Collects the samples of each track added, then draws them all into one SVG
-// file. Main thread only.
+// file. Main thread only. Memory is bounded: a track keeps at most
+// kMaxSamples samples (16 bytes each); later ones are counted, not drawn.
 class TimelineWriter {
 public:
+    static constexpr size_t kMaxSamples = size_t(1) << 22;
+
     TimelineWriter(std::string path, std::string file);
     ~TimelineWriter();
 
-    // The sink that collects track `index`'s samples; owned by the writer.
+    // The sink that collects track `index`'s samples; owned by the writer,
+    // valid until it is destroyed.
     ProbeSampleSink* addTrack(size_t index, const android::sp<android::MetaData>& format);
     // Asks a fresh source of track `index` where seeks land (after the
-    // track's samples are in).
+    // track's samples are in): at most 100 seeks to the previous sync sample,
+    // spread over the track's duration, and at most about 2 s of work.
     void addSeekPoints(size_t index, const android::sp<android::MediaExtractor>& extractor);
     // Writes the picture; false with *error set when the file cannot be written.
     bool write(std::string* error);
