@@ -52,13 +52,15 @@ inline Bytes streamProps(ASFGuidId type, uint16_t flags, const Bytes& typeSpecif
                                                  le(2, {flags, 0, 0}), typeSpecific}));
 }
 inline Bytes headerExt(const std::vector<Bytes>& children) {
-    return object(kGuidHeaderExtension, joined({Bytes(16, 0), le(2, {6}), le(4, {joined(children).size()}), joined(children)}));
+    return object(kGuidHeaderExtension,
+                  joined({Bytes(16, 0), le(2, {6}), le(4, {joined(children).size()}), joined(children)}));
 }
 // Stream names of the given byte lengths, payload extension systems of the
 // given info lengths (the low 16 bits of bytes follow each), then `embedded`.
 inline Bytes extStreamProps(uint16_t stream, uint32_t maxObjectSize, const std::vector<uint16_t>& names = {},
                             const std::vector<uint32_t>& extInfo = {}, const Bytes& embedded = {}) {
-    Bytes b = joined({Bytes(40, 0), le(4, {maxObjectSize, 0}), le(2, {stream, 0}), Bytes(8, 0), le(2, {names.size(), extInfo.size()})});
+    Bytes b = joined({Bytes(40, 0), le(4, {maxObjectSize, 0}), le(2, {stream, 0}), Bytes(8, 0),
+                      le(2, {names.size(), extInfo.size()})});
     for (uint16_t n : names) b = joined({b, le(2, {0, n}), Bytes(n, 'n')});
     for (uint32_t n : extInfo) b = joined({b, Bytes(18, 0), le(4, {n}), Bytes(n & 0xFFFF, 0)});
     return object(kGuidExtStreamProperties, joined({b, embedded}));
@@ -76,14 +78,18 @@ struct Descriptor {
 // `extraCount` more descriptors are declared than written.
 inline Bytes extContentDesc(const std::vector<Descriptor>& ds, uint16_t extraCount = 0) {
     Bytes b = le(2, {ds.size() + extraCount});
-    for (const Descriptor& d : ds) b = joined({b, le(2, {utf16(d.name).size()}), utf16(d.name), le(2, {d.type, d.value.size()}), d.value});
+    for (const Descriptor& d : ds) {
+        b = joined({b, le(2, {utf16(d.name).size()}), utf16(d.name), le(2, {d.type, d.value.size()}), d.value});
+    }
     return object(kGuidExtContentDescription, b);
 }
 // A WM/Picture value declaring `dataLength` picture bytes and holding `dataBytes`.
 inline Bytes picture(const std::string& mime, uint32_t dataLength, size_t dataBytes) {
     return joined({{3}, le(4, {dataLength}), utf16(mime), utf16(""), Bytes(dataBytes, 0xAB)});
 }
-inline Bytes dataObject(Size size = {}, const Bytes& packets = {}) { return object(kGuidData, joined({Bytes(24, 0), le(2, {0x0101}), packets}), size); }
+inline Bytes dataObject(Size size = {}, const Bytes& packets = {}) {
+    return object(kGuidData, joined({Bytes(24, 0), le(2, {0x0101}), packets}), size);
+}
 
 // One payload: stream byte (bit 7: key frame), offset into its object (a
 // compressed payload's presentation time), replicated data (one byte, the
@@ -95,6 +101,10 @@ struct Payload {
     Size replicatedLength = {}, length = {};
 };
 inline Bytes replicated(uint32_t objectSize, uint32_t timeMs) { return le(4, {objectSize, timeMs}); }
+// `n` bytes of `fill` at `at` in a media object of `objectSize` bytes and time `timeMs`.
+inline Payload part(uint8_t stream, uint32_t at, uint32_t objectSize, uint32_t timeMs, size_t n, uint8_t fill = 0xAB) {
+    return {stream, at, replicated(objectSize, timeMs), Bytes(n, fill)};
+}
 // Sub-payloads of these lengths, each a length byte and its bytes.
 inline Bytes subPayloads(const std::vector<uint8_t>& lengths) {
     Bytes b;
@@ -122,11 +132,24 @@ inline Bytes packet(const Packet& p, size_t slot) {
     }
     const uint8_t ec = p.errorCorrection;
     const Bytes head = joined({{ec}, Bytes(ec & 0x80 ? ec & 15 : 0, 0), {lt, p.property}});
-    const size_t used = head.size() + field(lt >> 5 & 3, 0).size() + field(lt >> 1 & 3, 0).size() + field(lt >> 3 & 3, 0).size() + 6 + multiple + body.size();
-    Bytes b = joined({head, field(lt >> 5 & 3, p.packetLength.value_or(slot)), field(lt >> 1 & 3, 0), field(lt >> 3 & 3, p.padding.value_or(slot - used)),
-                      Bytes(6, 0), multiple ? Bytes{uint8_t(p.count.value_or(p.payloads.size()) | p.payloadLengthType << 6)} : Bytes(), body});
+    const size_t used = head.size() + field(lt >> 5 & 3, 0).size() + field(lt >> 1 & 3, 0).size() +
+                        field(lt >> 3 & 3, 0).size() + 6 + multiple + body.size();
+    const Bytes count = {uint8_t(p.count.value_or(p.payloads.size()) | p.payloadLengthType << 6)};
+    Bytes b = joined({head, field(lt >> 5 & 3, p.packetLength.value_or(slot)), field(lt >> 1 & 3, 0),
+                      field(lt >> 3 & 3, p.padding.value_or(slot - used)), Bytes(6, 0), multiple ? count : Bytes(),
+                      body});
     b.resize(std::max(b.size(), slot));
     return b;
+}
+// A header of file properties (`play` in 100 ns units less `prerollMs`) and `streams` (Stream Properties
+// Objects), then a Data Object of `packets` in `slot`-byte slots, then `tail`.
+inline Bytes asfFile(const std::vector<Bytes>& streams, const std::vector<Packet>& packets = {}, uint32_t slot = 200,
+                     uint64_t play = 20000000, uint64_t prerollMs = 0, const Bytes& tail = {}) {
+    std::vector<Bytes> children = {fileProps(play, prerollMs, slot, packets.size())};
+    children.insert(children.end(), streams.begin(), streams.end());
+    Bytes data;
+    for (const Packet& p : packets) append(&data, packet(p, slot));
+    return joined({header(children), dataObject({}, data), tail});
 }
 
 // WAVEFORMATEX declaring cbSize `cb` with `extra` bytes after it; 8 kHz mono, 2000 bytes/s.
@@ -150,10 +173,14 @@ struct IndexBlock {
     std::vector<uint64_t> positions, entries;
     Size entryCount = {};
 };
-inline Bytes indexObject(const std::vector<uint64_t>& streams, const std::vector<IndexBlock>& blocks, Size blockCount = {}) {
+inline Bytes indexObject(const std::vector<uint64_t>& streams, const std::vector<IndexBlock>& blocks,
+                         Size blockCount = {}) {
     Bytes b = joined({le(4, {1000}), le(2, {streams.size()}), le(4, {blockCount.value_or(blocks.size())})});
     for (uint64_t s : streams) append(&b, le(2, {s, 0}));
-    for (const IndexBlock& k : blocks) append(&b, joined({ le(4, {k.entryCount.value_or(k.entries.size() / std::max<size_t>(1, streams.size()))}), les(8, k.positions), les(4, k.entries)}));
+    for (const IndexBlock& k : blocks) {
+        const uint64_t count = k.entryCount.value_or(k.entries.size() / std::max<size_t>(1, streams.size()));
+        append(&b, joined({le(4, {count}), les(8, k.positions), les(4, k.entries)}));
+    }
     return object(kGuidIndex, b);
 }
 inline Bytes simpleIndex(const std::vector<uint64_t>& packets, Size count = {}) {

@@ -1,12 +1,14 @@
 // ASFParser: the object walks and their size rules, the header sub-objects,
-// the stream limit, file metadata, the log lines and the fatal check, and
-// one file written by ffmpeg.
+// the stream limit, file metadata, the data packet reader (payload layouts,
+// every field width, compressed sub-payloads, damaged packets, the table
+// limit), the nearest-time lookup, the log lines and the fatal check.
 #include <gtest/gtest.h>
 
 #include "ASFBuilder.h"
 #include "CheckMatchers.h"
 #include "LogCapture.h"
 #include "TestDataSources.h"
+#include "TrackReader.h"
 #include "asf/parser/ASFParser.h"
 
 namespace {
@@ -20,82 +22,73 @@ Bytes fp() { return fileProps(20000000, 500, 3200); }
 Bytes audio(uint16_t flags = 1) { return streamProps(kGuidAudioMedia, flags, Bytes(18, 0)); }
 Bytes video() { return streamProps(kGuidVideoMedia, 2, Bytes(51, 0)); }
 sp<ASFParser> parse(const Bytes& bytes) { return new ASFParser(new MemorySource(bytes)); }
-
-// The file metadata as "code=text " per string and "code:size " per 'none' data.
-std::string dump(const sp<MetaData>& meta) {
-    std::string out;
-    for (uint32_t key : {kKeyTitle, kKeyArtist, kKeyAlbum, kKeyAlbumArtist, kKeyGenre, kKeyYear, kKeyCDTrackNumber,
-                         kKeyAlbumArtMIME, kKeyAlbumArt}) {
-        const char* s;
-        uint32_t type;
-        const void* data;
-        size_t size;
-        const std::string code{char(key >> 24), char(key >> 16), char(key >> 8), char(key)};
-        if (meta->findCString(key, &s)) out += code + "=" + s + " ";
-        if (meta->findData(key, &type, &data, &size) && type == MetaData::TYPE_NONE) out += code + ":" + std::to_string(size) + " ";
-    }
-    return out;
+// Every captured line as "|prio/tag: text".
+std::string logged(const LogCapture& log) {
+    std::string s;
+    for (const LogLine& l : log.lines()) s += "|" + std::to_string(l.prio) + "/" + l.tag + ": " + l.text;
+    return s;
 }
 
-class ASFParserTest : public ::testing::Test {};
-
-TEST_F(ASFParserTest, ObjectWalks) {
+TEST(ASFParserTest, ObjectWalks) {
+    // Each size rule of the top-level, header and header-extension walks, and what a failed one leaves.
     const Bytes h = header({fp(), audio()});
     const int64_t packets = h.size() + 50;
     Bytes namesPastTheEnd = extStreamProps(2, 0);
     setLE16(&namesPastTheEnd, 84, 2);  // two stream names declared, none there
-    const struct { const char* name; Bytes bytes; status_t status; size_t tracks; int64_t packets; std::string log = ""; } kRows[] = {
+    const status_t kBad = ERROR_MALFORMED;
+    const struct { const char* name; Bytes bytes; status_t status; size_t tracks; int64_t packets; std::string log = "";
+    } kRows[] = {
         {"HeaderOnly", h, OK, 1, 0},
         {"HeaderThenData", joined({h, dataObject()}), OK, 1, packets},
-        {"FileBelowOneObjectHeader", Bytes(23, 0), ERROR_MALFORMED, 0, 0},
-        {"TopLevelSizeBelow24EndsTheWalk", joined({h, object(kGuidData, {}, 23), dataObject()}), OK, 1, 0, "6/ASFParser: it's stream issue, objSize=23"},
-        {"TopLevelSizePast2To63EndsTheWalk", joined({h, object(kGuidData, {}, ~7ull), dataObject()}), OK, 1, 0, "6/ASFParser: it's stream issue, objSize=-8"},
-        {"DataObjectBelow50", joined({h, object(kGuidData, Bytes(25, 0), 49)}), ERROR_MALFORMED, 1, 0},
+        {"FileBelowOneObjectHeader", Bytes(23, 0), kBad, 0, 0},
+        {"TopLevelBelow24EndsTheWalk", joined({h, object(kGuidData, {}, 23), dataObject()}), OK, 1, 0,
+         "|6/ASFParser: it's stream issue, objSize=23"},
+        {"TopLevelPast2To63EndsTheWalk", joined({h, object(kGuidData, {}, ~7ull), dataObject()}), OK, 1, 0,
+         "|6/ASFParser: it's stream issue, objSize=-8"},
+        {"DataObjectBelow50", joined({h, object(kGuidData, Bytes(25, 0), 49)}), kBad, 1, 0},
         {"DataObjectPastTheFile", joined({h, dataObject(1 << 20)}), OK, 1, packets},
-        {"HeaderBelow30", header({}, 29), ERROR_MALFORMED, 0, 0},
-        {"HeaderPastTheFile", header({fp(), audio()}, h.size() + 100), ERROR_MALFORMED, 1, 0},
-        {"ZeroSizeChildEndsTheHeader", header({object(kGuidData, {}, 0), audio()}), ERROR_MALFORMED, 0, 0},
-        {"ChildSizeWrapsNegative", header({object(kGuidData, {}, ~0ull), audio()}), ERROR_MALFORMED, 0, 0},
-        {"ChildPastTheHeaderIsTheLast", header({audio(), object(kGuidData, {}, INT64_MAX), audio()}), OK, 1, 0},
+        {"HeaderBelow30", header({}, 29), kBad, 0, 0},
+        {"HeaderPastTheFile", header({fp(), audio()}, h.size() + 100), kBad, 1, 0},
+        {"ZeroSizeChildEndsTheHeader", header({object(kGuidData, {}, 0), audio()}), kBad, 0, 0},
+        {"ChildSizeWrapsNegative", header({object(kGuidData, {}, ~0ull), audio()}), kBad, 0, 0},
+        {"ChildPastTheHeaderIsLast", header({audio(), object(kGuidData, {}, INT64_MAX), audio()}), OK, 1, 0},
         // The header ends 50 bytes into the stream's 96: its fields lie past it.
-        {"ChildReadStopsAtItsParentsEnd", joined({header({audio()}, 80), dataObject()}), ERROR_MALFORMED, 0, 0},
-        {"FilePropsBelow104", header({object(kGuidFileProperties, Bytes(79, 0))}), ERROR_MALFORMED, 0, 0},
-        {"StreamPropsBelow78", header({object(kGuidStreamProperties, Bytes(53, 0))}), ERROR_MALFORMED, 0, 0},
+        {"ChildReadStopsAtItsParentsEnd", joined({header({audio()}, 80), dataObject()}), kBad, 0, 0},
+        {"FilePropsBelow104", header({object(kGuidFileProperties, Bytes(79, 0))}), kBad, 0, 0},
+        {"StreamPropsBelow78", header({object(kGuidStreamProperties, Bytes(53, 0))}), kBad, 0, 0},
         {"OtherStreamTypeIsInvisible", header({fp(), streamProps(kGuidData, 3)}), OK, 0, 0},
-        {"HeaderExtBelow46IsSteppedOverBy46", header({object(kGuidHeaderExtension, Bytes(22, 0), 30), audio()}), OK, 1, 0,
-         "5/ASFParser: HeadExt size doesn't meet HEADER_EXT_OBJECT_MIN_LEN"},
-        {"ExtStreamPropsBelow88", header({headerExt({object(kGuidExtStreamProperties, Bytes(63, 0))})}), ERROR_MALFORMED, 0, 0},
-        {"StreamNamePastTheObject", header({headerExt({namesPastTheEnd})}), ERROR_MALFORMED, 0, 0},
+        {"HeaderExtBelow46SteppedOverBy46", header({object(kGuidHeaderExtension, Bytes(22, 0), 30), audio()}), OK,
+         1, 0, "|5/ASFParser: HeadExt size doesn't meet HEADER_EXT_OBJECT_MIN_LEN"},
+        {"ExtStreamPropsBelow88", header({headerExt({object(kGuidExtStreamProperties, Bytes(63, 0))})}), kBad, 0, 0},
+        {"StreamNamePastTheObject", header({headerExt({namesPastTheEnd})}), kBad, 0, 0},
         {"ExtInfoLengthTakenAs16Bits", header({headerExt({extStreamProps(2, 0, {}, {0x10000, 7})})}), OK, 0, 0},
-        {"ContentDescBelow34", header({object(kGuidContentDescription, Bytes(9, 0))}), ERROR_MALFORMED, 0, 0},
-        {"TitlePastTheObject", header({object(kGuidContentDescription, le(2, {16, 0, 0, 0, 0}))}), ERROR_MALFORMED, 0, 0},
-        {"ExtContentDescBelow26", header({object(kGuidExtContentDescription, Bytes(1, 0))}), ERROR_MALFORMED, 0, 0},
-        {"ExtContentDescPastTheFile", header({object(kGuidExtContentDescription, Bytes(2, 0), 1000)}), ERROR_MALFORMED, 0, 0},
-        {"HundredStreams", header(std::vector<Bytes>(100, audio())), OK, 100, 0},
-        {"HundredAndFirstStreamFails", header(std::vector<Bytes>(101, audio())), ASFParser::kErrorTooManyStreams, 100, 0},
+        {"ContentDescBelow34", header({object(kGuidContentDescription, Bytes(9, 0))}), kBad, 0, 0},
+        {"TitlePastTheObject", header({object(kGuidContentDescription, le(2, {16, 0, 0, 0, 0}))}), kBad, 0, 0},
+        {"ExtContentDescBelow26", header({object(kGuidExtContentDescription, Bytes(1, 0))}), kBad, 0, 0},
+        {"ExtContentDescPastTheFile", header({object(kGuidExtContentDescription, Bytes(2, 0), 1000)}), kBad, 0, 0},
+        {"101stStreamFails", header(std::vector<Bytes>(101, audio())), ASFParser::kErrorTooManyStreams, 100, 0},
     };
     for (const auto& row : kRows) {
         LogCapture log;
         sp<ASFParser> p = parse(row.bytes);
-        std::string logged;
-        for (const LogLine& l : log.lines()) logged += std::to_string(l.prio) + "/" + l.tag + ": " + l.text;
         EXPECT_EQ(std::make_tuple(row.status, row.tracks, row.tracks, row.packets, row.log),
-                  std::make_tuple(p->initCheck(), p->tracks().size(), p->asfTracks().size(), p->dataPacketsOffset(), logged))
+                  std::make_tuple(p->initCheck(), p->tracks().size(), p->asfTracks().size(), p->dataPacketsOffset(),
+                                  logged(log)))
                 << row.name;
     }
-}
-
-TEST_F(ASFParserTest, FailedReadsAreMalformed) {
-    // Faults in the first object header, the file properties and the stream
-    // properties; a source's own error is reported as malformed too.
-    const Bytes bytes = joined({header({fp(), audio()}), dataObject()});
+    // A failed or short read of the first object header, the file or the stream properties is malformed too.
+    const Bytes bytes = joined({h, dataObject()});
     for (FaultySource::Mode mode : {FaultySource::kShortRead, FaultySource::kNegativeRead, FaultySource::kZeroRead}) {
-        for (uint64_t at : {0, 100, 150}) EXPECT_EQ(ERROR_MALFORMED, sp<ASFParser>(new ASFParser(new FaultySource(bytes, mode, at)))->initCheck());
+        for (uint64_t at : {0, 100, 150}) {
+            EXPECT_EQ(ERROR_MALFORMED, sp<ASFParser>(new ASFParser(new FaultySource(bytes, mode, at)))->initCheck());
+        }
     }
 }
 
-TEST_F(ASFParserTest, TrackFields) {
-    using Want = std::tuple<uint32_t, uint32_t, uint32_t, int64_t>;  // stream, type, max sample size, type-specific offset
+TEST(ASFParserTest, TrackFields) {
+    // The buffer size rule (audio: the packet size; video: the extended properties' object size plus 64, kept
+    // only above the packet size and without overflow), the type-specific offset and the embedded stream.
+    using Want = std::tuple<uint32_t, uint32_t, uint32_t, int64_t>;  // stream, type, max size, type-specific offset
     const int64_t first = 30 + fp().size() + 78, embedded = first + 51 + 46 + 88 + 4 + 4 + 22 + 6 + 78;
     const struct { const char* name; std::vector<Bytes> children; std::vector<Want> tracks; } kRows[] = {
         {"AudioTakesTheMaxPacketSize", {fp(), audio(0x85)}, {{5, 0, 3200, first}}},
@@ -109,72 +102,181 @@ TEST_F(ASFParserTest, TrackFields) {
     for (const auto& row : kRows) {
         sp<ASFParser> p = parse(header(row.children));
         std::vector<Want> got;
-        for (const ASFParser::Track& t : p->tracks()) got.emplace_back(t.streamNumber, t.type, t.maxSampleSize, t.typeSpecificOffset);
+        for (const ASFParser::Track& t : p->tracks()) {
+            got.emplace_back(t.streamNumber, t.type, t.maxSampleSize, t.typeSpecificOffset);
+        }
         EXPECT_EQ(row.tracks, got) << row.name;
         for (const AsfTrack& t : p->asfTracks()) EXPECT_EQ(std::get<0>(row.tracks[0]), t.streamNumber) << row.name;
     }
-}
-
-TEST_F(ASFParserTest, DurationTakesOffThePreroll) {
-    const struct { uint64_t play, preroll; int64_t durationUs; } kRows[] = {
+    // The duration is the play time less the preroll, in wrapping 64-bit arithmetic.
+    const struct { uint64_t play, preroll; int64_t durationUs; } kDurations[] = {
         {20000000, 500, 1500000}, {0, 1, -1000}, {~0ull, 0, int64_t(~0ull / 10)}, {0, 1ull << 62, INT64_MIN}};
-    for (const auto& row : kRows) {
+    for (const auto& row : kDurations) {
         sp<ASFParser> p = parse(header({fileProps(row.play, row.preroll, 1), audio()}));
-        EXPECT_EQ(std::make_pair(row.durationUs, row.durationUs), std::make_pair(p->durationUs(), p->tracks()[0].durationUs));
+        EXPECT_EQ(std::make_pair(row.durationUs, row.durationUs),
+                  std::make_pair(p->durationUs(), p->tracks()[0].durationUs));
     }
 }
 
-TEST_F(ASFParserTest, FileMetadata) {
+TEST(ASFParserTest, FileMetadata) {
+    // Which content descriptions and descriptors become metadata, and the picture and walk bounds.
     const struct { const char* name; Bytes object; const char* meta; } kRows[] = {
         {"TitleAndAuthor", contentDesc("T", "A"), "titl=T arti=A "},
         {"EmptyAuthorSetsOnlyTheTitle", contentDesc("T", ""), "titl=T "},
         {"EmptyTitleStillSetsTheAuthor", contentDesc("", "A"), "arti=A "},
         {"UnicodeDescriptors", extContentDesc({{"WM/AlbumTitle", 0, utf16("Al")}, {"WM/AlbumArtist", 0, utf16("AA")},
-                                               {"WM/Genre", 0, utf16("G")}, {"WM/Year", 0, utf16("2013")}, {"WM/TrackNumber", 0, utf16("7")}}),
+                                               {"WM/Genre", 0, utf16("G")}, {"WM/Year", 0, utf16("2013")},
+                                               {"WM/TrackNumber", 0, utf16("7")}}),
          "albu=Al aart=AA genr=G year=2013 cdtr=7 "},
         {"DwordTrackNumberIsIgnored", extContentDesc({{"WM/TrackNumber", 3, {7, 0, 0, 0}}}), ""},
-        {"OtherNamesAreSkipped", extContentDesc({{"WM/Composer", 0, utf16("x")}, {"WM/Genre", 0, utf16("G")}}), "genr=G "},
+        {"OtherNamesAreSkipped", extContentDesc({{"WM/Composer", 0, utf16("x")}, {"WM/Genre", 0, utf16("G")}}),
+         "genr=G "},
         {"DescriptorsPastTheObjectEndTheWalk", extContentDesc({{"WM/Genre", 0, utf16("G")}}, 3), "genr=G "},
         {"ByteArrayIsStoredAsData", extContentDesc({{"WM/Genre", 1, {1, 2, 3}}}), "genr:3 "},
         {"Picture", extContentDesc({{"WM/Picture", 1, picture("image/png", 100, 100)}}), "alAM=image/png albA:100 "},
         // A 70000-byte picture cannot lie inside a value of 16-bit length.
-        {"PictureLargerThanItsValueIsSkipped", extContentDesc({{"WM/Picture", 1, picture("image/png", 70000, 100)}}), ""},
+        {"PictureLargerThanItsValue", extContentDesc({{"WM/Picture", 1, picture("image/png", 70000, 100)}}), ""},
         {"PictureValueBelow5IsSkipped", extContentDesc({{"WM/Picture", 1, {3, 0}}}), ""},
     };
     for (const auto& row : kRows) {
         sp<ASFParser> p = parse(header({row.object}));
-        EXPECT_EQ(std::make_pair(status_t(OK), std::string(row.meta)), std::make_pair(p->initCheck(), dump(p->fileMeta()))) << row.name;
+        // "code=text " per string, "code:size " per 'none' data.
+        std::string got = std::to_string(p->initCheck()) + " ";
+        for (uint32_t key : {kKeyTitle, kKeyArtist, kKeyAlbum, kKeyAlbumArtist, kKeyGenre, kKeyYear,
+                             kKeyCDTrackNumber, kKeyAlbumArtMIME, kKeyAlbumArt}) {
+            const char* s;
+            const std::string code{char(key >> 24), char(key >> 16), char(key >> 8), char(key)};
+            uint32_t type = 0;
+            const Bytes data = findBytes(p->fileMeta(), key, &type);
+            if (p->fileMeta()->findCString(key, &s)) got += code + "=" + s + " ";
+            if (type == MetaData::TYPE_NONE && !data.empty()) got += code + ":" + std::to_string(data.size()) + " ";
+        }
+        EXPECT_EQ(std::string("0 ") + row.meta, got) << row.name;
     }
 }
 
-TEST_F(ASFParserTest, TypeLength) {
-    sp<ASFParser> p = parse({1, 2, 3, 4, 5});
-    // Width code, offset: width and value; bytes past the end read as zero.
-    const struct { uint8_t type; int64_t offset; uint32_t width, value; } kRows[] = {
-        {0, 0, 0, 0}, {1, 0, 1, 0x01}, {2, 1, 2, 0x0302}, {3, 1, 4, 0x05040302}, {3, 3, 4, 0x0504}, {4, 0, 0, 0}};
-    for (const auto& row : kRows) {
-        uint32_t value = 0xDEADBEEF;
-        EXPECT_EQ(row.width, p->getTypeLength(row.type, row.offset, &value));
-        EXPECT_EQ(row.value, value);
-    }
-}
-
-TEST_F(ASFParserTest, UnknownFileSizeIsFatal) {
+TEST(ASFParserTest, UnknownFileSizeIsFatal) {
+    // A source that cannot tell its size must stay a fatal check, with its exact message.
     EXPECT_DEATH(new ASFParser(new FaultySource(header({fp()}), FaultySource::kNone, 0, false)),
-                 "F/ASFParser: " + checkMessageAt("asf/parser/ASFParser", 426, "CHECK(mDataSource->getSize(&size) == OK) failed."));
+                 "F/ASFParser: " + checkMessageAt("asf/parser/ASFParser", 426,
+                                                  "CHECK(mDataSource->getSize(&size) == OK) failed."));
 }
 
-TEST_F(ASFParserTest, FileFromFFmpeg) {
-    // testdata/asf_wmv2_wmav2.asf; ffprobe: stream 0 video, stream 1 audio, each 1.046000 s; the first packet
-    // at byte 823.
-    const Bytes bytes = readFileBytes(testdataPath("asf_wmv2_wmav2.asf"));
-    for (const sp<DataSource>& source : {sp<DataSource>(new MemorySource(bytes)), sp<DataSource>(new PiecewiseSource(bytes, 7))}) {
-        sp<ASFParser> p = new ASFParser(source);
-        ASSERT_EQ(std::make_pair(status_t(OK), size_t(2)), std::make_pair(p->initCheck(), p->tracks().size()));
-        const ASFParser::Track &v = p->tracks()[0], &a = p->tracks()[1];
-        EXPECT_EQ(std::make_tuple(1u, 1u, 1046000, 2u, 0u, 1046000, 823, std::string("titl=T arti=A ")),
-                  std::make_tuple(v.streamNumber, v.type, v.durationUs, a.streamNumber, a.type, a.durationUs,
-                                  p->dataPacketsOffset(), dump(p->fileMeta())));
+// Track 0 is stream 1 (audio), track 1 stream 2 (video); preroll 3000 ms.
+Bytes packets(const std::vector<Packet>& packets, uint32_t slot) {
+    return asfFile({streamProps(kGuidAudioMedia, 1), streamProps(kGuidVideoMedia, 2)}, packets, slot, 0, 3000);
+}
+// getPayload on a scratch copy of track 0: "status @packet nCount:" then, up to 8,
+// " offset-in-packet+length/objectSize tTime kKind" (K: key frame).
+std::string walk(const sp<ASFParser>& parser, int64_t p = 0, int step = 1) {
+    AsfTrack track = parser->asfTracks()[0];
+    const status_t err = parser->getPayload(&track, &p, step);
+    std::string s = std::to_string(err) + " @" + std::to_string(p) + " n" + std::to_string(track.count) + ":";
+    const int64_t base = parser->dataPacketsOffset() + p * parser->fileProps().maxDataPacketSize;
+    for (uint32_t i = 0; i < track.count && track.count <= 8; ++i) {
+        const PayloadEntry& e = track.payloads[i];
+        s += " " + std::to_string(e.offset - base) + "+" + std::to_string(e.length) + "/" +
+             std::to_string(e.objectSize) + " t" + std::to_string(e.timeMs) + " k" + std::to_string(e.kind) +
+             (e.keyFrame ? "K" : "");
+    }
+    return s;
+}
+
+TEST(ASFParserTest, Payloads) {
+    // Where each payload starts and ends, its kind (first/last of its object), time less the preroll and key
+    // flag; what bounds the walk over payloads, sub-payloads and packets; the 256-slot table limit; a short read
+    // of each field fails the walk, naming its line.
+    const Payload m = part(1, 0, 10, 0, 10), other = part(2, 0, 5, 0, 5);
+    const Payload tooLong = {1, 0, replicated(9, 0), Bytes(9, 0), {}, 1000};
+    const Payload repTooLong = {1, 0, replicated(9, 0), Bytes(9, 0), 200};
+    const Bytes full(256, 1), over(300, 1);
+    const std::string ok = "0 @0 n1: 29+10/10 t0 k3";
+    const std::string cut = "-1007 @0 n0:", line = "|6/ASFParser: getPayload,line:";
+    const struct { const char* name; std::vector<Packet> packets; std::string want; std::string log = "";
+                   uint32_t slot = 200; int64_t from = 0; int step = 1; int64_t cut = -1; } kRows[] = {
+        {"KindsTimesKeyFramesOtherStreams",
+         {{{m, part(1, 0, 30, 3500, 10), part(0x81, 20, 30, 500, 10), other, part(1, 10, 30, 4000, 10)}}},
+         "0 @0 n4: 29+10/10 t0 k3 56+10/30 t500 k1 83+10/30 t0 k2K 132+10/30 t1000 k0"},
+        {"CompressedSubPayloadsCountEmptyOnes", {{{{1, 4000, {10}, subPayloads({5, 0, 7})}}}},
+         "0 @0 n2: 23+5/5 t1000 k3 30+7/7 t1020 k3"},
+        {"NoErrorCorrectionStillTakesTheFlagByte", {{{m}, 1, 0x5D, 2, 0x00}}, "0 @0 n1: 27+10/10 t0 k3"},
+        {"ErrorCorrectionLengthInLowBits", {{{m}, 1, 0x5D, 2, 0x85}}, "0 @0 n1: 32+10/10 t0 k3"},
+        {"OpaqueDataSkipsThePacket", {{{m}, 1, 0x5D, 2, 0x92}, {{m}}}, "0 @1 n1: 29+10/10 t0 k3"},
+        {"SinglePayloadEndsAtThePadding", {{{m}, 0x08}}, "0 @0 n1: 27+10/10 t0 k3"},
+        {"PacketLengthZeroIsTheSlot", {{{m}, 0x20, 0x5D, 2, 0x82, 0}}, "0 @0 n1: 27+173/10 t0 k1"},
+        {"PacketLengthPastTheSlotIsCut", {{{m}, 0x20, 0x5D, 2, 0x82, 1000}}, "0 @0 n1: 27+173/10 t0 k1"},
+        {"PaddingEndsThePayloads", {{{m, m}, 0x09, 0x5D, 2, 0x82, {}, 160}}, "0 @0 n1: 30+10/10 t0 k3"},
+        {"CountEndsThePayloads", {{{m, m}, 1, 0x5D, 2, 0x82, {}, {}, 1}}, ok},
+        {"PaddingPastThePacketLeavesNoPayloads", {{{m}, 0x11, 0x5D, 2, 0x82, {}, 5000}}, "-1007 @1 n0:"},
+        {"PayloadPastThePacketEndsTheWalk", {{{m, tooLong, m}}}, ok},
+        {"ReplicatedDataPastThePacketEndsTheWalk", {{{m, repTooLong, m}}}, ok},
+        {"SubPayloadPastItsPayloadEndsItsWalk", {{{{1, 0, {0}, joined({subPayloads({5}), {50, 1, 2}})}, m}}},
+         "0 @0 n2: 23+5/5 t0 k3 48+10/10 t0 k3"},
+        {"EmptySubPayloadsStillAdvance", {{{{1, 0, {0}, Bytes(40, 0)}}}}, "-1007 @1 n0:"},
+        {"NothingForTheTrackRunsPastTheLastPacket", {{{other}}, {{other}}}, "-1007 @2 n0:"},
+        {"StreamZeroFails", {{{part(0, 0, 10, 0, 10)}}}, "-1007 @0 n0:", "|6/ASFParser: PD.uiStreamNumber=0"},
+        {"TableHolds256", {{{{1, 0, {0}, subPayloads(full)}}}}, "0 @0 n256:", "", 1000},
+        {"TableFullOnASubPayload", {{{{1, 0, {0}, subPayloads(over)}}}}, "-1007 @0 n256:", line + "1370", 1000},
+        {"TableFullOnAPayload", {{{{1, 0, {0}, subPayloads(full)}, m}}}, "-1007 @0 n256:", line + "1429", 1000},
+        {"StepsBackToAPacketOfTheTrack", {{{m}}, {{other}}, {{other}}}, ok, "", 200, 2, -1},
+        {"StepsBackPastTheFirstPacket", {{{other}}}, "-1007 @-1 n0:", "", 200, 0, -1},
+        {"StartPastTheLastPacket", {{{m}}}, "-1007 @5 n0:", "", 200, 5},
+        {"StepZeroIsRefused", {{{m}}}, "-34 @0 n0:", "", 200, 0, 0},
+        {"PacketsOfNoSize", {{{m}}}, "-1007 @0 n0:", "", 0},
+        // The file cut inside each field of a packet: the line the failure names.
+        {"CutAtErrorCorrection", {{{m}}}, cut, line + "1257", 200, 0, 1, 0},
+        {"CutAtLengthTypeFlags", {{{m}}}, cut, line + "1272", 200, 0, 1, 3},
+        {"CutAtSendTime", {{{m}}}, cut, line + "1285", 200, 0, 1, 5},
+        {"CutAtPayloadFlags", {{{m}}}, cut, line + "1304", 200, 0, 1, 11},
+        {"CutAtStreamNumber", {{{m}}}, cut, line + "1314", 200, 0, 1, 12},
+        {"CutAtReplicatedData", {{{m}}}, cut, line + "1394", 200, 0, 1, 19},
+        {"CutAtTimeDelta", {{{{1, 0, {0}, subPayloads({5})}}}}, cut, line + "1335", 200, 0, 1, 19},
+        {"CutAtSubPayloadLength", {{{{1, 0, {0}, subPayloads({5})}}}}, cut, line + "1352", 200, 0, 1, 22},
+    };
+    for (const auto& row : kRows) {
+        LogCapture log;
+        const Bytes bytes = packets(row.packets, row.slot);
+        const uint64_t at = bytes.size() - row.slot * row.packets.size() + row.cut;
+        const std::string got = walk(new ASFParser(row.cut < 0 ? new MemorySource(bytes)
+                                                               : new FaultySource(bytes, FaultySource::kShortRead, at)),
+                                     row.from, row.step);
+        EXPECT_EQ(row.want + row.log, got + logged(log)) << row.name;
+    }
+}
+
+TEST(ASFParserTest, EveryFieldWidth) {
+    // Every combination of the width codes of the packet and payload fields: each field is read at its width
+    // (0, 1, 2, 4 bytes). Bits 0-7: packet length, sequence, padding and payload length; 8-9 object number,
+    // 10-11 offset; 12-13 replicated length (1-3).
+    const size_t w[] = {0, 1, 2, 4};
+    for (int c = 1 << 12; c < (1 << 14); ++c) {
+        // Without a payload length field the payloads are empty.
+        const size_t n = w[c >> 6 & 3] ? 5 : 0;
+        const Packet p = {{part(1, 0, 5, 0, n), part(1, 0, 6, 0, n ? 6 : 0)},
+                          uint8_t(1 | (c & 3) << 5 | (c >> 2 & 3) << 1 | (c >> 4 & 3) << 3),
+                          uint8_t((c >> 8 & 3) << 4 | (c >> 10 & 3) << 2 | c >> 12), uint8_t(c >> 6 & 3)};
+        const size_t packetHeader = 12 + w[c & 3] + w[c >> 2 & 3] + w[c >> 4 & 3];
+        const size_t payloadHeader = 1 + w[c >> 8 & 3] + w[c >> 10 & 3] + w[c >> 12] + 8 + w[c >> 6 & 3];
+        const size_t first = packetHeader + payloadHeader, second = first + n + payloadHeader;
+        const std::string got = walk(parse(packets({p}, 100)));
+        EXPECT_EQ(std::to_string(first) + "+" + std::to_string(n) + "/5", got.substr(9, got.find(' ', 9) - 9)) << c;
+        EXPECT_NE(std::string::npos, got.find(" " + std::to_string(second) + "+" + std::to_string(n ? 6 : 0) + "/6"))
+                << c << got;
+    }
+}
+
+TEST(ASFParserTest, NearestTime) {
+    // The lookup's bounds, its tie rule (the earlier one) and a table whose times do not rise.
+    const struct { std::vector<uint32_t> times; int64_t target; bool found; uint32_t cursor; } kRows[] = {
+        {{}, 5, false, 7}, {{10, 20, 30}, 5, false, 0}, {{10, 20, 30}, 35, false, 2}, {{10, 20, 30}, 20, true, 1},
+        {{10, 20, 30}, 14, true, 0}, {{10, 20, 30}, 16, true, 1}, {{10, 20, 30}, 15, true, 0},
+        {{30, 10}, 20, false, 0}};
+    for (const auto& row : kRows) {
+        AsfTrack track(1, 0);
+        for (uint32_t t : row.times) track.append()->timeMs = t;
+        track.cursor = 7;
+        const bool found = track.findNearestTime(row.target);
+        EXPECT_EQ(std::make_pair(row.found, row.cursor), std::make_pair(found, track.cursor)) << row.target;
     }
 }
 
