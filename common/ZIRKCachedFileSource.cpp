@@ -107,8 +107,17 @@ ssize_t ZIRKCachedFileSource::readAt(off64_t offset, void* data, size_t size) {
     if (size >= kDirectReadBytes) return readDirect(offset, data, size);
 
     std::lock_guard<std::mutex> lock(mLock);
-    const bool sequential = mLastSmallReadEnd >= 0 && offset >= mLastSmallReadEnd - static_cast<int64_t>(kSequentialGapBytes) &&
-                            offset - mLastSmallReadEnd <= static_cast<int64_t>(kSequentialGapBytes);
+    // A walk goes on where the previous small read ended, or just past the
+    // end of a window (several walks take turns in an interleaved file: one
+    // per track, and a background index pass).
+    auto continues = [offset](int64_t end) {
+        return end >= 0 && offset >= end - static_cast<int64_t>(kSequentialGapBytes) &&
+               offset - end <= static_cast<int64_t>(kSequentialGapBytes);
+    };
+    bool sequential = continues(mLastSmallReadEnd);
+    for (const Window& w : mWindows) {
+        if (!sequential && w.mOffset >= 0) sequential = continues(w.mOffset + static_cast<int64_t>(w.mLength));
+    }
     mLastSmallReadEnd = offset + static_cast<int64_t>(size);
     const size_t refillBytes = sequential ? kWindowBytes : std::max(kSparseRefillBytes, size);
     uint8_t* out = static_cast<uint8_t*>(data);
@@ -131,7 +140,16 @@ ssize_t ZIRKCachedFileSource::readAt(off64_t offset, void* data, size_t size) {
                 if (n < 0) return done > 0 ? static_cast<ssize_t>(done) : n;
                 return static_cast<ssize_t>(done + static_cast<size_t>(n));
             }
-            ssize_t n = preadFully(at, victim->mBytes.get(), refillBytes);
+            // A refill stops where another window's bytes start: two walks a
+            // little apart (one per track of an interleaved file) would
+            // otherwise read the same stretch of the file twice.
+            size_t fill = refillBytes;
+            for (const Window& w : mWindows) {
+                if (&w != victim && w.mOffset > at && static_cast<uint64_t>(w.mOffset - at) < fill) {
+                    fill = static_cast<size_t>(w.mOffset - at);
+                }
+            }
+            ssize_t n = preadFully(at, victim->mBytes.get(), fill);
             if (n <= 0) {
                 victim->mOffset = -1;
                 victim->mLength = 0;
