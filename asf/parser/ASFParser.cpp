@@ -536,7 +536,7 @@ uint32_t ASFParser::getTypeLength(uint8_t lengthType, int64_t offset, uint32_t* 
     return getTypeLength(window, lengthType, offset, value);
 }
 
-uint32_t ASFParser::getTypeLength(PacketWindow& window, uint8_t lengthType, int64_t offset, uint32_t* value) {
+inline uint32_t ASFParser::getTypeLength(PacketWindow& window, uint8_t lengthType, int64_t offset, uint32_t* value) {
     static const uint32_t kWidths[4] = {0, 1, 2, 4};
     *value = 0;
     const uint32_t width = lengthType < 4 ? kWidths[lengthType] : 0;
