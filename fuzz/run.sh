@@ -15,7 +15,7 @@ case $target in
   flv) seeds=(testdata/*.flv) ;;
   avi) seeds=(testdata/*.avi) ;;
   entry) seeds=(testdata/*.flv testdata/*.avi testdata/*.asf) ;;
-  asf) seeds=(testdata/*.asf) ;;
+  asf) seeds=(testdata/*.asf testdata/*.wma) ;;
   codec_helpers) seeds=(testdata/*.h264 testdata/*.h263 testdata/*.bin testdata/*.mp3 testdata/*.mp2) ;;
   esds) seeds=(testdata/aac_mono_44100.m4a) ;;
   mov) seeds=(testdata/*.mov testdata/*.mp4 testdata/*.m4a testdata/*.3gp) ;;
