@@ -2,6 +2,7 @@
 // --json, so that the parent can build its table), and reports the results in
 // the order the files were found, whatever order the children end in.
 #include "tools/ProbeBatch.h"
+#include "tools/ProbeSupport.h"
 
 #include <dirent.h>
 #include <errno.h>
@@ -41,14 +42,6 @@ const size_t kStderrLinesShown = 6;
 // Files not recognised listed by name in the closing table.
 const size_t kUnrecognisedListed = 20;
 const int kProgressIntervalMs = 200;
-
-double nowSeconds() {
-    struct timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return ts.tv_sec + ts.tv_nsec / 1e9;
-}
-
-std::string errnoText(const char* what, int err) { return std::string(what) + ": " + strerror(err); }
 
 // ---------------------------------------------------------------------------
 // Finding the files

@@ -1,4 +1,5 @@
 #include "tools/ProbeExtract.h"
+#include "tools/ProbeSupport.h"
 
 #include <errno.h>
 #include <stdio.h>
@@ -26,8 +27,6 @@ namespace {
 
 constexpr size_t kOutputBufferBytes = 1 << 20;
 const uint8_t kStartCode[4] = {0, 0, 0, 1};
-
-std::string errnoText(const char* what, int err) { return std::string(what) + ": " + strerror(err); }
 
 // The output file, written through a large stdio buffer. Keeps the first
 // error; later writes are dropped.

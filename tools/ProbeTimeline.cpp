@@ -1,4 +1,5 @@
 #include "tools/ProbeTimeline.h"
+#include "tools/ProbeSupport.h"
 
 #include <errno.h>
 #include <stdarg.h>
@@ -48,12 +49,6 @@ struct Sample {
     uint32_t size;
     bool sync;
 };
-
-double nowSeconds() {
-    struct timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return ts.tv_sec + ts.tv_nsec / 1e9;
-}
 
 std::string fmt(const char* format, ...) __attribute__((format(printf, 1, 2)));
 std::string fmt(const char* format, ...) {

@@ -51,6 +51,7 @@
 #include "tools/ProbeBatch.h"
 #include "tools/ProbeExtract.h"
 #include "tools/ProbeSink.h"
+#include "tools/ProbeSupport.h"
 #include "tools/ProbeTimeline.h"
 
 using namespace android;
@@ -596,12 +597,6 @@ void onFatalCheck(void*, const char*, const char*) {
     fprintf(stderr, "zirk-probe: fatal check in the extractor library while reading %s:\n",
             gCurrentFile.c_str());
     fflush(stderr);
-}
-
-double nowSeconds() {
-    struct timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return ts.tv_sec + ts.tv_nsec / 1e9;
 }
 
 struct TrackTotals {
