@@ -7,7 +7,8 @@
 // ZIRK_CONTAINER_ROWS(X) calls X once per row with:
 //   name        display name
 //   mimeTypes   (list) container MIME types the factory takes, ignoring case;
-//               the first is the one the container's sniffer reports
+//               the sniffer reports one of them (ASF: the WMA type for a
+//               file of audio streams only), the first for most files
 //   cliNames    (list) names zirk-probe's --container accepts, each standing
 //               for the first MIME type
 //   extensions  (list) file name extensions, lower case, without the dot
@@ -69,7 +70,8 @@ struct ZIRKContainerInfo {
     const char* extensions[kMaxListed];
     const char* versionSymbol;
 
-    // The MIME type its sniffer reports (and each --container name stands for).
+    // The container's main MIME type: what each --container name stands for,
+    // and what its sniffer reports for most files.
     const char* mimeType() const { return *mimeTypes[0]; }
 
     bool takesMimeType(const char* mime) const {

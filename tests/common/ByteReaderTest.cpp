@@ -54,6 +54,8 @@ TEST_F(ZIRKByteReaderTest, ReadsEndingExactlyAtTheEndAndOnePast) {
     EXPECT_FALSE(mReader.readU8(&b) || mReader.peekU8(&b) || mReader.skip(1));
 }
 
+// Pins a skip that wraps past SIZE_MAX, a seek past the end that moves, a
+// peek that moves, and a null buffer taken as readable.
 TEST_F(ZIRKByteReaderTest, SkipAndSeekBounds) {
     ASSERT_TRUE(mReader.skip(2));
     EXPECT_FALSE(mReader.skip(SIZE_MAX) || mReader.skip(SIZE_MAX - 1));  // no wrap
@@ -70,6 +72,9 @@ TEST_F(ZIRKByteReaderTest, SkipAndSeekBounds) {
     EXPECT_TRUE(null.size() == 0u && null.atEnd() && !null.readU8(&b) && !ZIRKByteReader().skip(1));
 }
 
+// Pins a sub-reader that reads its parent's bytes past its range, one larger
+// than the rest that is granted (or moves the parent), and a clamped one that
+// does not stop at the end.
 TEST_F(ZIRKByteReaderTest, SubReadersAreConfinedToTheirRange) {
     ASSERT_TRUE(mReader.skip(2));
     ZIRKByteReader sub, rest, empty;
@@ -91,6 +96,8 @@ TEST_F(ZIRKByteReaderTest, SubReadersAreConfinedToTheirRange) {
     EXPECT_TRUE(clamped.readBE16(&v16) && v16 == 0x0809);
 }
 
+// Pins overflow missed at the edges of each type: checked against the result
+// type, negative into unsigned, a product that wraps to below the limit.
 TEST(ZIRKSafeMathTest, AddSubMulAtTheEdges) {
     uint32_t u32;
     uint64_t u64;
@@ -116,6 +123,8 @@ TEST(ZIRKSafeMathTest, AddSubMulAtTheEdges) {
     EXPECT_FALSE(zirkFitsIn(UINT64_MAX, 2, UINT64_MAX));  // product wraps to below
 }
 
+// Pins a scaling that overflows where only the product does not fit, rounds
+// away from zero, or divides by zero.
 TEST(ZIRKSafeMathTest, MulDiv) {
     const int64_t k62 = INT64_C(1) << 62;
     const struct { int64_t mValue, mNum, mDen; bool mOk; int64_t mResult; } kCases[] = {

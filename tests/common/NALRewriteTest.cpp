@@ -59,7 +59,7 @@ TEST(ZIRKNALRewriteTest, EachLengthSizeAndEveryShortDestination) {
 
 // The default policy on damaged input: an overlong length is cut at the end,
 // a cut trailing length field is dropped, both counted as overrun. (The stop
-// policy's only user is AVI: see AVICodecDataTest.AVCRewriteEdgeCases.)
+// policy's only user is AVI: see AVICodecDataTest.AVCLengthsBecomeStartCodes.)
 TEST(ZIRKNALRewriteTest, ClampPolicyInPlace) {
     const struct { const char* name; Bytes in, out; uint64_t overrun; } kCases[] = {
         {"clamped unit", {0, 0, 0, 0x10, 0x65, 0xAA}, {0, 0, 0, 1, 0x65, 0xAA}, 14},
@@ -69,7 +69,7 @@ TEST(ZIRKNALRewriteTest, ClampPolicyInPlace) {
     for (const auto& c : kCases) {
         Bytes buf = c.in;
         ZIRKNALRewriteResult r;
-        EXPECT_TRUE(ZIRKRewriteNALLengthsInBuffer(buf.data(), buf.size(), 0, buf.size(), ZIRKNALRewriteOptions(), &r)) << c.name;
+        EXPECT_TRUE(ZIRKRewriteNALLengthsInBuffer(buf.data(), buf.size(), 0, buf.size(), {}, &r)) << c.name;
         EXPECT_EQ(buf, c.out) << c.name;
         EXPECT_EQ(r.overrunBytes, c.overrun) << c.name;
     }
@@ -100,6 +100,7 @@ TEST(ZIRKNALRewriteTest, GrowingInsideOneBuffer) {
     }
 }
 
+// Pins rewrites of input the functions must refuse, leaving it untouched.
 TEST(ZIRKNALRewriteTest, Refusals) {
     Bytes buf = framed(2), dst(64);
     ZIRKNALRewriteResult r;

@@ -31,7 +31,9 @@ std::vector<Bytes> aviVideoChunks(const std::string& name, size_t maxChunks) {
     std::vector<Bytes> chunks;
     for (const CsvRow& r : readTestdataCsv(name + ".idx1.csv")) {
         const size_t at = std::stoul(r.at("file_offset")), size = std::stoul(r.at("size"));
-        if (r.at("ckid") == "00dc" && size > 0 && chunks.size() < maxChunks) chunks.emplace_back(f.begin() + at, f.begin() + at + size);
+        if (r.at("ckid") == "00dc" && size > 0 && chunks.size() < maxChunks) {
+            chunks.emplace_back(f.begin() + at, f.begin() + at + size);
+        }
     }
     return chunks;
 }
@@ -56,7 +58,8 @@ TEST(FindAVCDimensionsTest, HandMadeSPS) {
         {"ScalingLists", "6764001EADFFFFF847FFFFE11FFFFF847FFFFFFFFFFFFFFFFE11DA0B13E495", 170, 136},
         {"ScalingLists444", "6764001E91BFFFFF08FFFFFC23FFFFF08FFFFFFFFFFFFFFFFFC23FFFFFFFFFFFFFFFFF08"
                             "FFFFFFFFFFFFFFFFFC23B41627C92A", 173, 140},
-        {"Poc1x255", "6742001ED0E380201FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFD0589C80", 176, 144},
+        {"Poc1x255", "6742001ED0E380201FFFFFFFFFFFFFFFFFFFFFFFFFFF"
+                     "FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFD0589C80", 176, 144},
         {"Poc1x256", "6742001ED0E380203FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFE82C4E40", 0, 0},
         {"PocType2", "6742001EDA0B1390", 176, 144},
         {"PocType3", "6742001EC882C4E4", 0, 0},
@@ -107,15 +110,17 @@ TEST(MakeAVCCodecSpecificDataTest, RealStreams) {
         EXPECT_TRUE(meta->findCString(kKeyMIMEType, &mime) && !strcmp(mime, MEDIA_MIMETYPE_VIDEO_AVC));
         EXPECT_TRUE(meta->findInt32(kKeyWidth, &w) && meta->findInt32(kKeyHeight, &h) && w == std::get<1>(f) &&
                     h == std::get<2>(f)) << w << "x" << h;
-        EXPECT_EQ(avccOf(meta), cat({{1, sps[1], sps[2], sps[3], 0xFF, 0xE1, uint8_t(sps.size() >> 8),
-                                      uint8_t(sps.size())}, sps, {1, uint8_t(pps.size() >> 8), uint8_t(pps.size())}, pps}));
+        const Bytes spsHead = {1, sps[1], sps[2], sps[3], 0xFF, 0xE1, uint8_t(sps.size() >> 8), uint8_t(sps.size())};
+        EXPECT_EQ(avccOf(meta), cat({spsHead, sps, {1, uint8_t(pps.size() >> 8), uint8_t(pps.size())}, pps}));
     }
 }
 
 TEST(MakeAVCCodecSpecificDataTest, StartCodeFormsRangeAndUnusableInput) {
-    Bytes sps = readFileBytes(testdataPath("h264_176x144.sps.bin")), pps = readFileBytes(testdataPath("h264_176x144.pps.bin"));
+    const Bytes sps = readFileBytes(testdataPath("h264_176x144.sps.bin"));
+    const Bytes pps = readFileBytes(testdataPath("h264_176x144.pps.bin"));
     // Junk before the range, 3-byte start codes, zeros after the PPS, a second SPS.
-    Bytes avcc = avccOf(makeCsd(cat({{0xAA, 0xBB, 0, 0, 1}, {0, 0, 1}, sps, {0, 0, 1}, pps, {0, 0}, {0, 0, 1, 0x67, 0x42}}), 5));
+    const Bytes junkFirst = cat({{0xAA, 0xBB, 0, 0, 1}, {0, 0, 1}, sps, {0, 0, 1}, pps, {0, 0}, {0, 0, 1, 0x67, 0x42}});
+    Bytes avcc = avccOf(makeCsd(junkFirst, 5));
     ASSERT_EQ(avcc.size(), 11 + sps.size() + pps.size());
     EXPECT_EQ(Bytes(avcc.begin() + 8, avcc.begin() + 8 + sps.size()), sps);
     EXPECT_EQ(Bytes(avcc.end() - pps.size(), avcc.end()), pps);
@@ -208,9 +213,12 @@ TEST(Detect263AdvancedFeaturesTest, RealAndHandMadePictures) {
         {h263Header(7, 0, 1, opptype()), 0}, {h263Header(7, 0, 1, opptype() & 0x7FFF), -1},
         {h263Header(7, 0, 1, opptype() & ~8u), -1}, {h263Header(0, 0), -1} /* forbidden format */,
         {h263Header(6, 0), -1}, {h263Header(7, 0, 2), -1} /* reserved UFEP */, {fixedBitsWrong, -1},
-        {h263Header(2, 0, 0, 0, 33), -1} /* PSC beyond the search */, {Bytes(), -1}, {Bytes{0, 0}, -1}, {Bytes(64, 0), -1},
+        {h263Header(2, 0, 0, 0, 33), -1} /* PSC beyond the search */, {Bytes(), -1}, {Bytes{0, 0}, -1},
+        {Bytes(64, 0), -1},
     };
-    for (const auto& c : kCases) EXPECT_EQ(std::max(detect(c.first), -1), c.second) << ::testing::PrintToString(c.first);
+    for (const auto& c : kCases) {
+        EXPECT_EQ(std::max(detect(c.first), -1), c.second) << ::testing::PrintToString(c.first);
+    }
     const int kPlus[] = {0, kH263UnrestrictedMV, kH263SyntaxArithmeticCoding, kH263AdvancedPrediction,
                          kH263AdvancedIntraCoding, kH263DeblockingFilter, kH263SliceStructured,
                          kH263ReferencePictureSelection, kH263IndependentSegmentDecoding,
@@ -237,7 +245,8 @@ TEST(ParseMPEG4GMCWarpPointTest, RealAndHandMadeHeaders) {
     }
     const struct { const char* mName; size_t mNeeded; const char* mHex; int mExpected; } kCases[] = {
         {"Gmc3Verid2", 24, "000001B001000001000000012000C888800CD058412160E204", 3},
-        {"EveryOptionalFieldGmc63", 38, "000001B001000001000000012000C8F8605DC91A42B3FFFFEBFF9ABC97530C000C1610485BF881", 63},
+        {"EveryOptionalFieldGmc63", 38,
+         "000001B001000001000000012000C8F8605DC91A42B3FFFFEBFF9ABC97530C000C1610485BF881", 63},
         {"VeridFromVisualObject", 29, "000001B001000001B59114000001000000012000844006682C2090B03102", 1},
         {"GrayscaleVerid2", 21, "000001B001000001000000012000C88B0800CCC14408", 2},
         {"ResolutionOneFixedRate", 24, "000001B001000001000000012000C8888000F82C2090B07102", 3},

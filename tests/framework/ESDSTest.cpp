@@ -51,7 +51,8 @@ TEST(ESDSTest, ValidDescriptors) {
         {"AllOptionalFields", es(0xE0, {0x00, 0x07, 0x02, 'x', 'y', 0x00, 0x09}, dsi), abc, true},
         {"NoDsi", es(0, {}, {}), {}, true},
         {"OtherSubDescriptor", es(0, {}, {0x06, 0x01, 0x02}), {}, true},
-        {"LengthForms4And2And4", desc(3, cat({{0, 1, 0}, desc(4, cat({kConfigFields, desc(5, big, 4)}), 2)}), 4), big, true},
+        {"LengthForms4And2And4", desc(3, cat({{0, 1, 0}, desc(4, cat({kConfigFields, desc(5, big, 4)}), 2)}), 4), big,
+         true},
     };
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.mName);

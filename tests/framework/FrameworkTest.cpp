@@ -41,11 +41,15 @@ std::string fatalLine(const std::string& pattern) { return "F/" LOG_TAG ": " + p
 TEST(CheckFormsDeathTest, MessageForms) {
     ::testing::FLAGS_gtest_death_test_style = "threadsafe";
     const struct { const char* mName; void (*mBody)(); std::string mPattern; } kCases[] = {
-        {"Plain", [] { bool started = false; CHECK(started); }, fatalLine(checkMessage(kSource, "CHECK(started) failed."))},
-        {"Eq", [] { int a = 1, b = 2; CHECK_EQ(a, b); }, fatalLine(checkMessage(kSource, "CHECK_EQ( a,b) failed: 1 vs. 2"))},
+        {"Plain", [] { bool started = false; CHECK(started); },
+         fatalLine(checkMessage(kSource, "CHECK(started) failed."))},
+        {"Eq", [] { int a = 1, b = 2; CHECK_EQ(a, b); },
+         fatalLine(checkMessage(kSource, "CHECK_EQ( a,b) failed: 1 vs. 2"))},
         {"Signed", [] { long long i = -1; CHECK_GE(i, 0); }, checkMessage(kSource, "CHECK_GE( i,0) failed: -1 vs. 0")},
-        {"Line", [] { CHECK_AT(1234, 1 + 1 == 3); }, fatalLine(checkMessageAt(kSource, 1234, "CHECK(1 + 1 == 3) failed."))},
-        {"LineCompare", [] { size_t n = 0; CHECK_GT_AT(77, n, 0u); }, checkMessageAt(kSource, 77, "CHECK_GT( n,0u) failed: 0 vs. 0")},
+        {"Line", [] { CHECK_AT(1234, 1 + 1 == 3); },
+         fatalLine(checkMessageAt(kSource, 1234, "CHECK(1 + 1 == 3) failed."))},
+        {"LineCompare", [] { size_t n = 0; CHECK_GT_AT(77, n, 0u); },
+         checkMessageAt(kSource, 77, "CHECK_GT( n,0u) failed: 0 vs. 0")},
         {"Trespass", [] { TRESPASS(); }, checkMessage(kSource, "CHECK(!\"Should not be here.\") failed.")},
         {"NullKept", [] { const char* p = "x"; CHECK(p == NULL); }, checkMessage(kSource, "CHECK(p == NULL) failed.")},
     };
