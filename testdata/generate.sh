@@ -202,8 +202,7 @@ enc mp2_24000.mp2 -f lavfi -i "$(mono 24000 0.5)" \
 
 fi
 ############################################################ MOV / MP4
-# QuickTime brand (-f mov) and ISO brands (mp4, m4a, 3gp). This ffmpeg has no
-# AMR-NB encoder, so the 3GP file carries AAC next to its H.263.
+# QuickTime brand (-f mov) and ISO brands (mp4, m4a, 3gp).
 if want mov; then
 # H.264 with 2 B-frames (composition offsets) + AAC, QuickTime brand
 enc mov_h264_aac.mov \
@@ -230,6 +229,20 @@ enc 3gp_h263_aac.3gp \
     -metadata title="Test Title" -metadata artist="Test Artist" -metadata author="Test Author" \
     -metadata album="Test Album" -metadata date=2013 -metadata genre=Rock \
     -metadata comment="Test Comment" -metadata copyright="Test Copyright"
+# H.263 + AMR-NB in 3GP. This ffmpeg has no AMR-NB encoder, so the speech is
+# written by hand as a raw AMR file ("#!AMR\n", then 100 frames of 12.2 kb/s:
+# the frame header 0x3C and 31 bytes of seeded noise a decoder reads as
+# speech bits) and muxed by ffmpeg unchanged (-c:a copy, sample entry 'samr').
+python3 -c '
+import random, sys
+r = random.Random(12345)
+out = bytearray(b"#!AMR\n")
+for _ in range(100):
+    out += bytes([0x3C]) + bytes(r.getrandbits(8) for _ in range(31))
+sys.stdout.buffer.write(out)' > "$TMP/speech.amr"
+enc 3gp_h263_amrnb.3gp \
+    -f lavfi -i "$(vsrc 176x144 25)" -i "$TMP/speech.amr" \
+    -c:v h263 -g 25 -b:v 150k -c:a copy -f 3gp
 # AAC only with iTunes tags, cover art and a free-form iTunSMPB item (m4a)
 "${FF[@]}" -f lavfi -i "$(stereo 44100)" -f lavfi -i "color=c=red:size=32x32:duration=0.04" \
     -map 0:a -map 1:v -c:a aac -ar 44100 -ac 2 -b:a 64k -c:v png -frames:v 1 -disposition:v attached_pic \

@@ -519,7 +519,7 @@ TEST(ZIRKMOVSourceTest, RealFileMetadata) {
 }
 
 // The MOV test files of testdata/ through the box parser and the sample
-// table, against ffprobe's packet lists: every video and AAC sample's file
+// table, against ffprobe's packet lists: every video, AAC and AMR sample's file
 // offset, size and sync flag, and its composition time up to one constant
 // offset per track (edit lists are not applied). PCM tracks are listed per
 // chunk by ffprobe and per frame here, so only their presence is checked.
@@ -572,7 +572,8 @@ TEST_P(ZIRKMOVRealFileTest, SampleTablesMatchTheListedPackets) {
 
 INSTANTIATE_TEST_SUITE_P(Files, ZIRKMOVRealFileTest,
                          ::testing::Values("mov_h264_aac.mov", "mov_mpeg4_twos.mov", "mov_mjpeg_sowt.mov",
-                                           "3gp_h263_aac.3gp", "m4a_aac_tags.m4a", "mp4_h264_faststart.mp4",
+                                           "3gp_h263_aac.3gp", "3gp_h263_amrnb.3gp", "m4a_aac_tags.m4a",
+                                           "mp4_h264_faststart.mp4",
                                            "mp4_h264_fragmented.mp4"),
                          [](const ::testing::TestParamInfo<std::string>& info) { return testNameFor(info.param); });
 
