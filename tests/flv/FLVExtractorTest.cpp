@@ -26,13 +26,12 @@ namespace {
 
 typedef FLVBuilder B;
 typedef MediaSource::ReadOptions RO;
-const int kMalformed = ERROR_MALFORMED;
-const int kIO = ERROR_IO;
 // Fatal checks name the file they are in.
 const char kFLVExtractorFile[] = "flv/ZIRKFLVExtractor";
 const char kFLVSourceFile[] = "flv/ZIRKFLVSource";
 
-// "Fail (status): flv/ZIRKFLVExtractor(line)[step]"
+// "Fail (status): flv/ZIRKFLVExtractor(line)[step]", for ERROR_MALFORMED and
+// ERROR_IO.
 std::string failLine(int status, int line, const std::string& step) {
     return "Fail (" + std::to_string(status) + "): flv/ZIRKFLVExtractor(" + std::to_string(line) + ")[" + step + "]";
 }
@@ -54,7 +53,8 @@ typedef std::vector<std::pair<uint32_t, int64_t>> Ints;  // key, value (-1: abse
 
 // onMetaData's five properties as the file's metadata.
 Ints metaInts(int64_t durationUs, int64_t width, int64_t height, int64_t bitRate, int64_t frameRate) {
-    return {{kKeyDuration, durationUs}, {kKeyWidth, width}, {kKeyHeight, height}, {kKeyBitRate, bitRate}, {kKeyFrameRate, frameRate}};
+    return {{kKeyDuration, durationUs}, {kKeyWidth, width}, {kKeyHeight, height}, {kKeyBitRate, bitRate},
+            {kKeyFrameRate, frameRate}};
 }
 
 // A log line: its text, priority (-1: any) and how many times it is logged.
@@ -63,6 +63,8 @@ struct Log {
     int prio = -1;
     size_t count = 1;
 };
+Log mal(int line, const std::string& step) { return {failLine(ERROR_MALFORMED, line, step), ANDROID_LOG_ERROR}; }
+Log io(int line, const std::string& step) { return {failLine(ERROR_IO, line, step), ANDROID_LOG_ERROR}; }
 
 void expectInts(const sp<MetaData>& meta, const Ints& want) {
     for (const auto& kv : want) {
@@ -72,6 +74,31 @@ void expectInts(const sp<MetaData>& meta, const Ints& want) {
         else meta->findInt64(kv.first, &v);
         EXPECT_EQ(v, kv.second) << "key " << std::hex << kv.first;
     }
+}
+
+// A file for the scan: the tracks it finds (none past them), what it logs,
+// the file's metadata and each track's.
+struct ScanCase {
+    const char* what;
+    Bytes bytes;
+    size_t tracks;
+    std::vector<Log> logs;
+    Ints file = {};
+    std::vector<Ints> track = {};
+};
+
+// A broken file has no file metadata; a readable one (even of no tracks) has.
+void expectScan(const ScanCase& c, bool broken) {
+    SCOPED_TRACE(c.what);
+    LogCapture logs;
+    sp<ZIRKFLVExtractor> extractor = openFLV(c.bytes);
+    ASSERT_EQ(extractor->countTracks(), c.tracks);
+    EXPECT_EQ(extractor->getTrack(c.tracks), nullptr);
+    EXPECT_EQ(extractor->getTrackMetaData(c.tracks), nullptr);
+    EXPECT_EQ(extractor->getMetaData()->countEntries() == 0, broken);
+    expectInts(extractor->getMetaData(), c.file);
+    for (size_t t = 0; t < c.track.size(); ++t) expectInts(extractor->getTrackMetaData(t), c.track[t]);
+    for (const Log& l : c.logs) EXPECT_EQ(logs.count(l.text, l.prio), l.count) << l.text;
 }
 
 // (The confidence, and the caller's meta left alone: EntrySniffTest.)
@@ -90,79 +117,47 @@ TEST(FLVSniffTest, NeedsFourBytesStartingWithFLV) {
 }
 
 // Every failure report of the scan, with its line: a broken file has no
-// tracks and no metadata; a damaged tag header or an unknown tag type only
-// ends the scan, keeping the tag before it.
+// tracks and no metadata. Pins each refusal and the report's line and step.
 TEST(FLVScanTest, FailureReportsAndTheirLines) {
-    struct Case {
-        const char* what;
-        Bytes bytes;
-        size_t tracks;
-        std::vector<std::string> logs;
-    } cases[] = {
-        {"signature", oneMP3Tag(B().header(0x05, 9, 1, 0, "FLX")), 0,
-         {failLine(kMalformed, 708, "readFileHeader"), failLine(kMalformed, 617, "readMetaData")}},
-        {"version", oneMP3Tag(B().header(0x05, 9, 2)), 0,
-         {failLine(kMalformed, 709, "readFileHeader"), failLine(kMalformed, 617, "readMetaData")}},
-        {"reserved bit", oneMP3Tag(B().header(0x07)), 0, {failLine(kMalformed, 716, "readFileHeader")}},
-        {"DataOffset 10", oneMP3Tag(B().header(0x05, 10)), 0, {failLine(kMalformed, 720, "readFileHeader")}},
-        {"8 bytes", {'F', 'L', 'V', 1, 5, 0, 0, 0}, 0, {failLine(kMalformed, 706, "readFileHeader")}},
-        {"PreviousTagSize0", oneMP3Tag(B().header(0x05, 9, 1, 11)), 0,
-         {failLine(kMalformed, 778, "readAndCheckPrevTagSize"), failLine(kMalformed, 619, "readMetaData")}},
-        {"no PreviousTagSize0", {'F', 'L', 'V', 1, 5, 0, 0, 0, 9, 0}, 0,
-         {failLine(kIO, 776, "readAndCheckPrevTagSize"), failLine(kIO, 619, "readMetaData")}},
-        {"PreviousTagSize mismatch",
-         B().header().audio(0, B::kMP3Stereo44k, {1}).tagWithPrevSize(B::kAudio, 26, {0x2F, 1}, 12).bytes(), 0,
-         {failLine(kMalformed, 778, "readAndCheckPrevTagSize"), failLine(kMalformed, 752, "readFileBody"),
-          failLine(kMalformed, 620, "readMetaData")}},
-        {"file ends before PreviousTagSize", dropLast(B().header().audio(0, B::kMP3Stereo44k, {1, 2}).bytes(), 2), 0,
-         {failLine(kIO, 776, "readAndCheckPrevTagSize"), failLine(kIO, 752, "readFileBody")}},
+    const std::string kHeader = "readFileHeader", kMeta = "readMetaData", kBody = "readFileBody",
+                      kPrevSize = "readAndCheckPrevTagSize", kAudioTag = "readAndRegisterAudioTag",
+                      kVideoTag = "readAndRegisterVideoTag", kScriptTag = "readAndRegisterScriptTag";
+    B mp3;
+    mp3.header().audio(0, B::kMP3Stereo44k, {1});
+    const ScanCase cases[] = {
+        {"signature", oneMP3Tag(B().header(0x05, 9, 1, 0, "FLX")), 0, {mal(708, kHeader), mal(617, kMeta)}},
+        {"version", oneMP3Tag(B().header(0x05, 9, 2)), 0, {mal(709, kHeader), mal(617, kMeta)}},
+        {"reserved bit", oneMP3Tag(B().header(0x07)), 0, {mal(716, kHeader)}},
+        {"DataOffset 10", oneMP3Tag(B().header(0x05, 10)), 0, {mal(720, kHeader)}},
+        {"8 bytes", {'F', 'L', 'V', 1, 5, 0, 0, 0}, 0, {mal(706, kHeader)}},
+        {"PreviousTagSize0", oneMP3Tag(B().header(0x05, 9, 1, 11)), 0, {mal(778, kPrevSize), mal(619, kMeta)}},
+        {"no PreviousTagSize0", {'F', 'L', 'V', 1, 5, 0, 0, 0, 9, 0}, 0, {io(776, kPrevSize), io(619, kMeta)}},
+        {"PreviousTagSize mismatch", B(mp3).tagWithPrevSize(B::kAudio, 26, {0x2F, 1}, 12).bytes(), 0,
+         {mal(778, kPrevSize), mal(752, kBody), mal(620, kMeta)}},
+        {"file ends before PreviousTagSize", dropLast(mp3.bytes(), 2), 0, {io(776, kPrevSize), io(752, kBody)}},
         {"video tag of 1 byte", B().header().tag(B::kVideo, 0, {0x12}).bytes(), 0,
-         {failLine(kMalformed, 840, "readAndRegisterVideoTag"), failLine(kMalformed, 750, "readFileBody")}},
-        {"audio tag of 1 byte", B().header().tag(B::kAudio, 0, {0x2F}).bytes(), 0,
-         {failLine(kMalformed, 785, "readAndRegisterAudioTag")}},
-        {"AAC at 22050 Hz", B().header().aac(0, 1, {1, 2}, 0xAB).bytes(), 0,
-         {failLine(kMalformed, 811, "readAndRegisterAudioTag")}},
-        {"AAC in mono", B().header().aac(0, 1, {1, 2}, 0xAE).bytes(), 0,
-         {failLine(kMalformed, 812, "readAndRegisterAudioTag")}},
-        {"script past the file", B().header().raw({18, 0xFF, 0xFF, 0xF0, 0, 0, 0, 0, 0, 0, 0, 'o', 'n'}).bytes(), 0,
-         {failLine(kIO, 893, "readAndRegisterScriptTag")}},
-        {"AAC config past the file",
-         B().header().raw({8, 0xFF, 0xFF, 0xF0, 0, 0, 0, 0, 0, 0, 0, 0xAF, 0, 0x12}).bytes(), 0,
-         {failLine(kIO, 816, "readAndRegisterAudioTag")}},
+         {mal(840, kVideoTag), mal(750, kBody)}},
+        {"audio tag of 1 byte", B().header().tag(B::kAudio, 0, {0x2F}).bytes(), 0, {mal(785, kAudioTag)}},
+        {"AAC at 22050 Hz", B().header().aac(0, 1, {1, 2}, 0xAB).bytes(), 0, {mal(811, kAudioTag)}},
+        {"AAC in mono", B().header().aac(0, 1, {1, 2}, 0xAE).bytes(), 0, {mal(812, kAudioTag)}},
+        {"script past the file", B().header().tagHeader(B::kScript, 0xFFFFF0).raw({'o', 'n'}).bytes(), 0,
+         {io(893, kScriptTag)}},
+        {"AAC config past the file", B().header().tagHeader(B::kAudio, 0xFFFFF0).raw({0xAF, 0, 0x12}).bytes(), 0,
+         {io(816, kAudioTag)}},
         {"onMetaData duration is a string", withMP3(B::onMetaData({{"duration", B::amfString("2s")}})), 0,
-         {failLine(kMalformed, 898, "readAndRegisterScriptTag"), failLine(kMalformed, 750, "readFileBody")}},
+         {mal(898, kScriptTag), mal(750, kBody)}},
         {"onMetaData Boolean", withMP3(B::onMetaData({{"width", {0x01, 0x01}}, {"height", B::amfNumber(1)}})), 0,
-         {failLine(kMalformed, 898, "readAndRegisterScriptTag")}},
-        {"onMetaData 6 value bytes", withMP3(cat({B::amfString("onMetaData"), {'w', 'i', 'd', 't', 'h', 0, 1, 2, 3, 4, 5, 6}})), 0,
-         {failLine(kMalformed, 898, "readAndRegisterScriptTag")}},
-        {"encrypted tag",
-         B().header().audio(0, B::kMP3Stereo44k, {1}).tag(0x29, 40, {0x17, 1}).audio(80, B::kMP3Stereo44k, {2}).bytes(), 1,
-         {"Unrecognized tag type: 41, guess it's OK to finish"}},
-        {"stream id",
-         B().header().audio(0, B::kMP3Stereo44k, {1}).tag(B::kAudio, 40, {0x2F, 1}, 7).audio(80, B::kMP3Stereo44k, {2}).bytes(), 1,
-         {failLine(kMalformed, 766, "readTagHeader")}},
+         {mal(898, kScriptTag)}},
+        {"onMetaData 6 value bytes",
+         withMP3(cat({B::amfString("onMetaData"), {'w', 'i', 'd', 't', 'h', 0, 1, 2, 3, 4, 5, 6}})), 0,
+         {mal(898, kScriptTag)}},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        LogCapture logs;
-        sp<ZIRKFLVExtractor> extractor = openFLV(c.bytes);
-        ASSERT_EQ(extractor->countTracks(), c.tracks);
-        if (c.tracks == 0) {
-            EXPECT_EQ(extractor->getTrack(0), nullptr);
-            EXPECT_EQ(extractor->getTrackMetaData(0), nullptr);
-            EXPECT_EQ(extractor->getMetaData()->countEntries(), 0u);
-        } else {
-            expectInts(extractor->getTrackMetaData(0), {{kKeyBufferCount, 1}});
-        }
-        for (const std::string& line : c.logs) {
-            EXPECT_EQ(logs.count(line, line.rfind("Fail", 0) == 0 ? ANDROID_LOG_ERROR : -1), 1u) << line;
-        }
-    }
+    for (const ScanCase& c : cases) expectScan(c, true);
 }
 
-// Files the scan reads, and what it finds: the tracks (none past them), the
-// file's metadata and each track's (-1: absent), codec data, and what it logs
-// (each line with its priority, -1 for any, and count).
+// Files the scan reads, and what it finds (-1: absent; each log line with its
+// priority, -1 for any, and count). A damaged tag header or an unknown tag
+// type only ends the scan, keeping the tag before it.
 //
 // Reserved flag bits set, and audio/video flags that contradict the tags, are
 // only logged. Unsupported codecs are passed over with one warning each (zero
@@ -182,29 +177,28 @@ TEST(FLVScanTest, TracksMetadataAndReports) {
     derived.video(0, B::kKey, B::kSorenson, Bytes(1000)).video(40, B::kInter, B::kSorenson, Bytes(10));
     derived.audio(1500, B::kMP3Mono22k, Bytes(7));
     thumbnail.header();
-    for (const auto& t : std::vector<std::tuple<uint32_t, uint8_t, size_t>>{
-                 {0, B::kKey, 100}, {40, B::kInter, 300}, {80, B::kKey, 200}, {120, B::kKey, 300}, {160, B::kKey, 300},
-                 {200, B::kKey, 100}}) {
-        thumbnail.video(std::get<0>(t), std::get<1>(t), B::kSorenson, Bytes(std::get<2>(t) - 1));
+    const size_t thumbnailTags[] = {100, 300, 200, 300, 300, 100};  // every 40 ms; all key frames but the second
+    for (int i = 0; i < 6; ++i) {
+        thumbnail.video(40 * i, i == 1 ? B::kInter : B::kKey, B::kSorenson, Bytes(thumbnailTags[i] - 1));
     }
     later.header().script(B::onMetaData({{"duration", B::amfNumber(9)}, {"width", B::amfNumber(100)}}));
     later.video(0, B::kKey, B::kSorenson, {1, 2});
     later.script(B::onMetaData({{"width", B::amfNumber(176)}, {"height", B::amfNumber(144)}}));
     const int W = ANDROID_LOG_WARN;
-    const struct {
-        const char* what;
-        Bytes bytes;
-        size_t tracks;
-        std::vector<Log> logs;
-        Ints file = {};
-        std::vector<Ints> track = {};
-    } cases[] = {
+    B mp3;
+    mp3.header().audio(0, B::kMP3Stereo44k, {1});
+    const ScanCase cases[] = {
+        {"encrypted tag", B(mp3).tag(0x29, 40, {0x17, 1}).audio(80, B::kMP3Stereo44k, {2}).bytes(), 1,
+         {{"Unrecognized tag type: 41, guess it's OK to finish"}}, {}, {{{kKeyBufferCount, 1}}}},
+        {"stream id", B(mp3).tag(B::kAudio, 40, {0x2F, 1}, 7).audio(80, B::kMP3Stereo44k, {2}).bytes(), 1,
+         {mal(766, "readTagHeader")}, {}, {{{kKeyBufferCount, 1}}}},
         {"type flags", oneMP3Tag(B().header(0xF9)), 1,
-         {{"Invalid TypeFlagsReserved, expect 0, but 31", W}, {"File Header indicate video track existence", ANDROID_LOG_INFO},
+         {{"Invalid TypeFlagsReserved, expect 0, but 31", W},
+          {"File Header indicate video track existence", ANDROID_LOG_INFO},
           {"File Header indicate audio track existence", -1, 0}}},
         {"unsupported codecs",
-         B().header().video(0, B::kKey, B::kVP6, {1}).video(40, B::kKey, B::kVP6, {1}).audio(0, 0xB6, {1}).audio(20, 0xB6, {1})
-                 .audio(40, 0x06, {1}).bytes(), 0,
+         B().header().video(0, B::kKey, B::kVP6, {1}).video(40, B::kKey, B::kVP6, {1}).audio(0, 0xB6, {1})
+                 .audio(20, 0xB6, {1}).audio(40, 0x06, {1}).bytes(), 0,
          {{"Unsupported video format: VP6, ignore", W}, {"Unsupported sound Format: Speex, ignore", W},
           {"Unsupported sound Format: Linear PCM, platform endian, ignore", -1, 0}}},
         {"derived metadata", derived.bytes(), 2, {}, {{kKeyDuration, 1500000}},
@@ -221,11 +215,14 @@ TEST(FLVScanTest, TracksMetadataAndReports) {
                                 {"framerate", B::amfNumber(29.97)}})),
          1, {}, metaInts(12345678, 176, 144, 781, 29)},
         {"width before duration",
-         withMP3(B::onMetaData({{"width", B::amfNumber(320)}, {"duration", B::amfNumber(2)}, {"height", B::amfNumber(240)}})), 1,
-         {{"onMetaData has no [width]", W}, {"onMetaData has no [videodatarate]", W}, {"onMetaData has no [framerate]", W}},
+         withMP3(B::onMetaData({{"width", B::amfNumber(320)}, {"duration", B::amfNumber(2)},
+                                {"height", B::amfNumber(240)}})), 1,
+         {{"onMetaData has no [width]", W}, {"onMetaData has no [videodatarate]", W},
+          {"onMetaData has no [framerate]", W}},
          metaInts(2000000, -1, 240, -1, -1)},
         // The name must be followed by at least one byte of the tag.
-        {"key at the very end", withMP3(cat({B::onMetaData({{"duration", B::amfNumber(1)}}), {'w', 'i', 'd', 't', 'h'}})), 1,
+        {"key at the very end",
+         withMP3(cat({B::onMetaData({{"duration", B::amfNumber(1)}}), {'w', 'i', 'd', 't', 'h'}})), 1,
          {{"onMetaData has no [width]", W}}, metaInts(1000000, -1, -1, -1, -1)},
         // A Number one byte short of the tag's end is still read.
         {"number cut by one byte",
@@ -235,18 +232,7 @@ TEST(FLVScanTest, TracksMetadataAndReports) {
          metaInts(0, -1, -1, -1, -1)},
         {"empty script tag", withMP3({}), 1, {}, metaInts(0, -1, -1, -1, -1)},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        LogCapture logs;
-        sp<ZIRKFLVExtractor> extractor = openFLV(c.bytes);
-        ASSERT_EQ(extractor->countTracks(), c.tracks);
-        EXPECT_EQ(extractor->getTrack(c.tracks), nullptr);
-        EXPECT_EQ(extractor->getTrackMetaData(c.tracks), nullptr);
-        EXPECT_NE(extractor->getMetaData()->countEntries(), 0u);
-        expectInts(extractor->getMetaData(), c.file);
-        for (size_t t = 0; t < c.track.size(); ++t) expectInts(extractor->getTrackMetaData(t), c.track[t]);
-        for (const Log& l : c.logs) EXPECT_EQ(logs.count(l.text, l.prio), l.count) << l.text;
-    }
+    for (const ScanCase& c : cases) expectScan(c, false);
 }
 
 // ---------------------------------------------------------------- the track source
@@ -302,8 +288,10 @@ TEST(FLVReadTest, PayloadsFlagsAndRestart) {
     EXPECT_TRUE(s.data == Bytes({1, 2, 3}) && s.sync != 1 && s.timeUs == 23000);
 }
 
-// A file changed or cut after the scan: the read fails without moving on.
-TEST(FLVReadTest, TagsChangedAfterTheScanFailTheRead) {
+// A file changed or cut after the scan, and an H.264 rewrite that would
+// overflow the read buffer (1-byte lengths of empty units grow 4x): the read
+// fails without moving on.
+TEST(FLVReadTest, FailedReadsDoNotMoveOn) {
     B b;
     b.header().video(0, B::kKey, B::kSorenson, Bytes(99, 1)).video(40, B::kInter, B::kSorenson, Bytes(40, 2));
     const size_t second = b.tagOffset(1);
@@ -321,6 +309,13 @@ TEST(FLVReadTest, TagsChangedAfterTheScanFailTheRead) {
     file->setFault(FaultySource::kNone, 0);
     ASSERT_EQ(readSample(source, &s), OK);
     EXPECT_EQ(s.data, Bytes(40, 2));
+    B avc;
+    avc.header().avc(0, B::kKey, 0, B::avcc(1)).avc(0, B::kKey, 1, Bytes(100, 0));
+    source = startTrack(openFLV(avc.bytes()), 0);
+    EXPECT_EQ(readSample(source, &s), ERROR_MALFORMED);
+    EXPECT_EQ(readSample(source, &s), ERROR_MALFORMED);
+    EXPECT_EQ(logs.count("Tag at " + std::to_string(avc.tagOffset(1)) + " needs 400 bytes, more than the 126-byte "
+                         "read buffer", ANDROID_LOG_ERROR), 2u);
 }
 
 // Length prefixes of 1..4 bytes become start codes; the range keeps the
@@ -342,25 +337,13 @@ TEST(FLVAVCTest, LengthPrefixesBecomeStartCodes) {
     }
 }
 
-// 1-byte lengths of empty units grow 4x: the read fails, and is retried.
-TEST(FLVAVCTest, RewriteThatWouldOverflowTheBufferFailsTheRead) {
-    B b;
-    b.header().avc(0, B::kKey, 0, B::avcc(1)).avc(0, B::kKey, 1, Bytes(100, 0));
-    LogCapture logs;
-    sp<MediaSource> source = startTrack(openFLV(b.bytes()), 0);
-    Sample s;
-    EXPECT_EQ(readSample(source, &s), ERROR_MALFORMED);
-    EXPECT_EQ(readSample(source, &s), ERROR_MALFORMED);
-    EXPECT_EQ(logs.count("Tag at " + std::to_string(b.tagOffset(1)) + " needs 400 bytes, more than the 126-byte read buffer",
-                         ANDROID_LOG_ERROR), 2u);
-}
-
 // Video seeks land on key frames; audio seeks on any sample. "Next" at a key
 // frame is the following one (lo + 1); a closest tie goes to the earlier one;
 // the search narrows to mid - 1, so "previous" can skip the last key frame
 // at or before the target (7-second file).
 TEST(FLVSeekTest, ModesAtAndBetweenKeyFrames) {
-    const RO::SeekMode P = RO::SEEK_PREVIOUS_SYNC, N = RO::SEEK_NEXT_SYNC, C = RO::SEEK_CLOSEST_SYNC, X = RO::SEEK_CLOSEST;
+    const RO::SeekMode P = RO::SEEK_PREVIOUS_SYNC, N = RO::SEEK_NEXT_SYNC, C = RO::SEEK_CLOSEST_SYNC,
+                       X = RO::SEEK_CLOSEST;
     B audio;
     audio.header();
     for (int ms = 0; ms <= 500; ms += 100) audio.audio(ms, B::kMP3Stereo44k, Bytes(20, 1));
@@ -476,7 +459,8 @@ int sorensonChild(const char* value) {
     const char* mime = "";
     after->getTrackMetaData(0)->findCString(kKeyMIMEType, &mime);
     expect(strcmp(mime, off ? MEDIA_MIMETYPE_AUDIO_MPEG : MEDIA_MIMETYPE_VIDEO_SORENSEN) == 0, "track 0 MIME");
-    expect(logs.count("Unsupported video format: Sorenson H.263, ignore", ANDROID_LOG_WARN) == (off ? 1u : 0u), "one warning");
+    expect(logs.count("Unsupported video format: Sorenson H.263, ignore", ANDROID_LOG_WARN) == (off ? 1u : 0u),
+           "one warning");
     Sample s;  // a track found before the switch no longer reads
     expect(readSample(oldVideo, &s) == (off ? status_t(ERROR_MALFORMED) : status_t(OK)), "old track read");
     expect(logs.contains("Unsupported video read format: Sorenson H.263") == off, "read log");
