@@ -23,6 +23,7 @@
 #include "entry/ZIRKExtractorEntry.h"
 
 using namespace android;
+using namespace android::test;
 
 namespace {
 
@@ -47,33 +48,21 @@ void runTogether(size_t count, const std::function<void(size_t)>& job) {
 }
 
 // Bounded: a looping track must not hang the suite (the files hold hundreds).
-constexpr size_t kMaxSamples = 100000;
+TrackRead readToEnd(const sp<MediaSource>& track) { return readTrack(track, true, 100000); }
 
-test::TrackRead readToEnd(const sp<MediaSource>& track) { return test::readTrack(track, true, kMaxSamples); }
-
-// Time, sync flag and bytes of each buffer's range (not the bytes past it).
-void expectSameRead(const test::TrackRead& got, const test::TrackRead& want, size_t track) {
-    EXPECT_EQ(got.end, want.end) << "track " << track;
-    EXPECT_EQ(got.samples.size(), want.samples.size()) << "track " << track;
-    for (size_t k = 0; k < std::min(got.samples.size(), want.samples.size()); ++k) {
-        const test::Sample &a = got.samples[k], &b = want.samples[k];
-        ASSERT_TRUE(a.timeUs == b.timeUs && a.sync == b.sync && a.data == b.data) << "track " << track << ", sample " << k;
-    }
-}
-
-class ConcurrentTrackReadTest : public ::testing::TestWithParam<test::MediaFile> {};
+class ConcurrentTrackReadTest : public ::testing::TestWithParam<MediaFile> {};
 
 TEST_P(ConcurrentTrackReadTest, TracksOnSeparateThreadsEqualOneThread) {
-    const std::string path = test::testdataPath(GetParam().name);
+    const std::string path = testdataPath(GetParam().name);
     const char* mime = GetParam().containerMime;
     for (bool cached : {true, false}) {
         SCOPED_TRACE(cached ? "ZIRKCachedFileSource" : "FileSource");
-        std::vector<test::TrackRead> want;
+        std::vector<TrackRead> want;
         sp<MediaExtractor> alone = getInstance(openSource(cached, path), mime);
         ASSERT_NE(alone, nullptr);
         for (size_t i = 0; i < alone->countTracks(); ++i) want.push_back(readToEnd(alone->getTrack(i)));
         ASSERT_FALSE(want.empty());
-        for (const test::TrackRead& w : want) EXPECT_EQ(w.end, ERROR_END_OF_STREAM);
+        for (const TrackRead& w : want) EXPECT_EQ(w.end, ERROR_END_OF_STREAM);
 
         // Several rounds, for different interleavings; two extractors share
         // the source, and each of their tracks has a thread.
@@ -87,16 +76,17 @@ TEST_P(ConcurrentTrackReadTest, TracksOnSeparateThreadsEqualOneThread) {
                 ASSERT_EQ(extractors.back()->countTracks(), want.size());
                 for (size_t i = 0; i < want.size(); ++i) tracks.push_back(extractors.back()->getTrack(i));
             }
-            std::vector<test::TrackRead> got(tracks.size());
+            std::vector<TrackRead> got(tracks.size());
             runTogether(tracks.size(), [&](size_t i) { got[i] = readToEnd(tracks[i]); });
-            SCOPED_TRACE("round " + std::to_string(round));
-            for (size_t i = 0; i < got.size(); ++i) expectSameRead(got[i], want[i % want.size()], i % want.size());
+            for (size_t i = 0; i < got.size(); ++i) {
+                expectSameRead(got[i], want[i % want.size()], "round " + std::to_string(round) + ", thread " +
+                               std::to_string(i));
+            }
         }
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(RealFiles, ConcurrentTrackReadTest, ::testing::ValuesIn(test::mediaTestFiles()),
-                         test::MediaFileName());
+INSTANTIATE_TEST_SUITE_P(RealFiles, ConcurrentTrackReadTest, ::testing::ValuesIn(mediaTestFiles()), MediaFileName());
 
 // Every entry of a metadata set as text; pointers by type only (they differ
 // from run to run), other values by size and checksum.
@@ -133,14 +123,14 @@ std::string openFile(const sp<DataSource>& source) {
 
 TEST(ConcurrentOpenTest, SniffAndGetInstanceOnManyThreadsEqualOneThread) {
     std::vector<std::string> names;
-    for (const test::MediaFile& f : test::mediaTestFiles()) names.push_back(f.name);
+    for (const MediaFile& f : mediaTestFiles()) names.push_back(f.name);
     // Files no sniffer claims, so that the RealMedia bridge is asked too.
     names.insert(names.end(), {"aac_mono_44100.m4a", "mp3_44100_stereo.mp3"});
     std::vector<std::string> want;
     std::vector<sp<DataSource>> shared;
     for (const std::string& name : names) {
-        want.push_back(openFile(openSource(false, test::testdataPath(name))));
-        shared.push_back(openSource(true, test::testdataPath(name)));
+        want.push_back(openFile(openSource(false, testdataPath(name))));
+        shared.push_back(openSource(true, testdataPath(name)));
     }
     EXPECT_TRUE(std::any_of(want.begin(), want.end(), [](const std::string& w) { return w != "unclaimed"; }));
     EXPECT_EQ(want.back(), "unclaimed");
@@ -153,7 +143,7 @@ TEST(ConcurrentOpenTest, SniffAndGetInstanceOnManyThreadsEqualOneThread) {
         for (size_t pass = 0; pass < kPasses; ++pass) {
             for (size_t k = 0; k < names.size(); ++k) {
                 size_t f = (k + pass * t * names.size() / kThreads) % names.size();
-                sp<DataSource> source = t % 2 ? openSource(false, test::testdataPath(names[f])) : shared[f];
+                sp<DataSource> source = t % 2 ? openSource(false, testdataPath(names[f])) : shared[f];
                 got[t].emplace_back(f, openFile(source));
             }
         }

@@ -25,11 +25,7 @@ const double kGeometricStep = 1.07;
 
 class DamagedRealFileTest : public ::testing::TestWithParam<MediaFile> {
 protected:
-    void SetUp() override {
-        mBytes = readFileBytes(testdataPath(GetParam().name));
-        ASSERT_FALSE(mBytes.empty());
-    }
-    std::vector<uint8_t> mBytes;
+    const std::vector<uint8_t> mBytes = readFileBytes(testdataPath(GetParam().name));
 };
 
 // Cut short at every byte of its first 4 KiB and at geometric steps after;
@@ -63,7 +59,7 @@ TEST_P(DamagedRealFileTest, FaultsFailCleanly) {
         if (back < mBytes.size()) offsets.push_back(mBytes.size() - back);
     }
     for (uint64_t offset : offsets) {
-        for (FaultySource::Mode mode : {FaultySource::kShortRead, FaultySource::kNegativeRead, FaultySource::kZeroRead}) {
+        for (auto mode : {FaultySource::kShortRead, FaultySource::kNegativeRead, FaultySource::kZeroRead}) {
             SCOPED_TRACE("fault at " + std::to_string(offset) + ", mode " + std::to_string(mode));
             const fuzz::RunOutcome faulty = fuzz::runExtractor(new FaultySource(mBytes, mode, offset), mime);
             EXPECT_LE(faulty.tracks, intact.tracks);

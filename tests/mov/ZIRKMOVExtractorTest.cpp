@@ -260,7 +260,9 @@ TEST(ZIRKMOVExtractorQueries, ProtectionDataStayWithinTheirDescriptors) {
         for (const Bytes& bytes : {corrupt, cut}) {
             sp<ZIRKMOVExtractor> x = new ZIRKMOVExtractor(new MemorySource(bytes));
             ASSERT_EQ(x->countTracks(), 1u) << i;
-            if (x->getDrmTrackInfo(0, &len) != nullptr) EXPECT_LE(len, 3) << i;
+            if (x->getDrmTrackInfo(0, &len) != nullptr) {
+                EXPECT_LE(len, 3) << i;
+            }
         }
     }
 }

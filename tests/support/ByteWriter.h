@@ -39,7 +39,6 @@ inline void putBE(Bytes* b, int width, std::initializer_list<uint64_t> values) {
 }
 
 inline void putLE16(Bytes* b, uint64_t v) { putLE(b, 2, {v}); }
-inline void putLE24(Bytes* b, uint64_t v) { putLE(b, 3, {v}); }
 inline void putLE32(Bytes* b, uint64_t v) { putLE(b, 4, {v}); }
 inline void putLE64(Bytes* b, uint64_t v) { putLE(b, 8, {v}); }
 inline void putBE16(Bytes* b, uint64_t v) { putBE(b, 2, {v}); }
@@ -47,11 +46,9 @@ inline void putBE24(Bytes* b, uint64_t v) { putBE(b, 3, {v}); }
 inline void putBE32(Bytes* b, uint64_t v) { putBE(b, 4, {v}); }
 inline void putBE64(Bytes* b, uint64_t v) { putBE(b, 8, {v}); }
 inline void setLE16(Bytes* b, size_t at, uint64_t v) { setLE(b, at, 2, v); }
-inline void setLE24(Bytes* b, size_t at, uint64_t v) { setLE(b, at, 3, v); }
 inline void setLE32(Bytes* b, size_t at, uint64_t v) { setLE(b, at, 4, v); }
 inline void setLE64(Bytes* b, size_t at, uint64_t v) { setLE(b, at, 8, v); }
 inline void setBE16(Bytes* b, size_t at, uint64_t v) { setBE(b, at, 2, v); }
-inline void setBE24(Bytes* b, size_t at, uint64_t v) { setBE(b, at, 3, v); }
 inline void setBE32(Bytes* b, size_t at, uint64_t v) { setBE(b, at, 4, v); }
 inline void setBE64(Bytes* b, size_t at, uint64_t v) { setBE(b, at, 8, v); }
 
@@ -76,7 +73,9 @@ inline Bytes cat(std::initializer_list<Bytes> parts) {
 // "0a1B..." as bytes (pairs of hex digits; a trailing odd digit is ignored).
 inline Bytes hexBytes(const std::string& h) {
     Bytes out;
-    for (size_t i = 0; i + 1 < h.size(); i += 2) out.push_back(static_cast<uint8_t>(std::stoul(h.substr(i, 2), nullptr, 16)));
+    for (size_t i = 0; i + 1 < h.size(); i += 2) {
+        out.push_back(static_cast<uint8_t>(std::stoul(h.substr(i, 2), nullptr, 16)));
+    }
     return out;
 }
 

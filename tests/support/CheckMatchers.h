@@ -4,6 +4,7 @@
 #ifndef ZIRK_TEST_CHECK_MATCHERS_H_
 #define ZIRK_TEST_CHECK_MATCHERS_H_
 
+#include <algorithm>
 #include <string>
 
 namespace android {
@@ -35,12 +36,11 @@ inline std::string checkMessageAt(const std::string& source, int line, const std
 // For a check caught in-process (the fuzz harness turns fatal checks into an
 // exception): true when `fired` is "<source>:<line> <text>...", `text` being
 // the check text up to any point (a comparison's values may be left out).
-inline bool isCheckMessage(const std::string& fired, const std::string& source, const std::string& text) {
-    const std::string head = source + ":";
-    if (fired.compare(0, head.size(), head) != 0) return false;
-    size_t i = head.size();
+inline bool isCheckMessage(const std::string& fired, const std::string& text) {
+    const size_t digits = std::min(fired.find(':'), fired.size() - 1) + 1;
+    size_t i = digits;
     while (i < fired.size() && fired[i] >= '0' && fired[i] <= '9') ++i;
-    return i > head.size() && fired.compare(i, text.size() + 1, " " + text) == 0;
+    return i > digits && fired.compare(i, text.size() + 1, " " + text) == 0;
 }
 
 }  // namespace test

@@ -114,7 +114,8 @@ status_t FaultySource::getSize(off64_t* size) {
 
 ssize_t GapSource::readAt(off64_t offset, void* data, size_t size) {
     if (offset < 0) return ERROR_IO;
-    const uint64_t begin = static_cast<uint64_t>(offset), end = std::min<uint64_t>(begin + size, mBytes.size() + mGapBytes);
+    const uint64_t begin = static_cast<uint64_t>(offset);
+    const uint64_t end = std::min<uint64_t>(begin + size, mBytes.size() + mGapBytes);
     uint8_t* out = static_cast<uint8_t*>(data);
     for (uint64_t pos = begin; pos < end; ++pos) {
         *out++ = pos < mGapAt ? mBytes[pos] : pos < mGapAt + mGapBytes ? 0 : mBytes[pos - mGapBytes];

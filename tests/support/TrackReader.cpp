@@ -52,5 +52,14 @@ TrackRead readTrack(const sp<MediaSource>& source, bool startAndStop, size_t max
     return r;
 }
 
+void expectSameRead(const TrackRead& got, const TrackRead& want, const std::string& what) {
+    EXPECT_EQ(got.end, want.end) << what;
+    ASSERT_EQ(got.samples.size(), want.samples.size()) << what;
+    for (size_t i = 0; i < got.samples.size(); ++i) {
+        const Sample &a = got.samples[i], &b = want.samples[i];
+        ASSERT_TRUE(a.timeUs == b.timeUs && a.sync == b.sync && a.data == b.data) << what << ", sample " << i;
+    }
+}
+
 }  // namespace test
 }  // namespace android

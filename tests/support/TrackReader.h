@@ -6,6 +6,7 @@
 
 #include <stdint.h>
 
+#include <string>
 #include <vector>
 
 #include <media/stagefright/MediaSource.h>
@@ -40,6 +41,10 @@ status_t readSample(const sp<MediaSource>& source, Sample* out, const MediaSourc
 // Reads until the first failure or `maxReads` buffers. With `startAndStop`
 // the source is started first (a failure ends the reading) and stopped after.
 TrackRead readTrack(const sp<MediaSource>& source, bool startAndStop = true, size_t maxReads = SIZE_MAX);
+
+// Expects `got` to hold the buffers of `want` (time, sync flag and range
+// bytes) and to have ended the same way; `what` names the reading in failures.
+void expectSameRead(const TrackRead& got, const TrackRead& want, const std::string& what);
 
 }  // namespace test
 }  // namespace android
