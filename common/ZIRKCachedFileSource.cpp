@@ -109,17 +109,22 @@ ssize_t ZIRKCachedFileSource::readAt(off64_t offset, void* data, size_t size) {
     std::lock_guard<std::mutex> lock(mLock);
     // A walk goes on where the previous small read ended, or just past the
     // end of a window (several walks take turns in an interleaved file: one
-    // per track, and a background index pass).
+    // per track, and a background index pass). Its refills grow fourfold from
+    // kRampStartBytes up to a whole window, so that a short walk (a few
+    // packets after each entry of an index) does not fetch a window each.
     auto continues = [offset](int64_t end) {
         return end >= 0 && offset >= end - static_cast<int64_t>(kSequentialGapBytes) &&
                offset - end <= static_cast<int64_t>(kSequentialGapBytes);
     };
-    bool sequential = continues(mLastSmallReadEnd);
+    size_t continued = continues(mLastSmallReadEnd) ? kRampStartBytes / 4 : 0;
     for (const Window& w : mWindows) {
-        if (!sequential && w.mOffset >= 0) sequential = continues(w.mOffset + static_cast<int64_t>(w.mLength));
+        if (w.mOffset >= 0 && continues(w.mOffset + static_cast<int64_t>(w.mLength))) {
+            continued = std::max(continued, w.mLength);
+        }
     }
     mLastSmallReadEnd = offset + static_cast<int64_t>(size);
-    const size_t refillBytes = sequential ? kWindowBytes : std::max(kSparseRefillBytes, size);
+    const size_t refillBytes = continued > 0 ? std::min(kWindowBytes, std::max(kRampStartBytes, 4 * continued))
+                                             : std::max(kSparseRefillBytes, size);
     uint8_t* out = static_cast<uint8_t*>(data);
     size_t done = 0;
     while (done < size) {

@@ -2,8 +2,9 @@
 // cheap. Small reads are served from a few read-ahead windows of the file;
 // reads of at least kDirectReadBytes go straight to the file with pread, into
 // the caller's memory, without a copy. Read-ahead adapts to the pattern: a
-// small read that continues the previous ones (a scan over small tags or
-// chunks) refills a whole window, while a small read far from them (the
+// small read that continues the previous ones or a window (a scan over small
+// tags or chunks, one per track or index pass) refills a window, four times
+// larger at each step up to a whole one, while a small read far from them (the
 // header of the next large sample) fetches one page, so that files of large
 // samples are not read twice. A direct read also brings the page that follows
 // it into a window, in the same system call: in an interleaved file that page
@@ -45,6 +46,8 @@ public:
     // What a small read away from the walk fetches: one page. A direct read
     // brings the same amount after its end.
     static constexpr size_t kSparseRefillBytes = 1024;
+    // The first refill of a walk that continues one: four pages.
+    static constexpr size_t kRampStartBytes = 4 * 1024;
 
     explicit ZIRKCachedFileSource(const char* path);
 
