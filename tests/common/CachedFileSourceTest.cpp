@@ -28,8 +28,8 @@ struct Read {
     size_t size;
 };
 
-// The patterns: a forward walk of small reads (a tag scan), reads around
-// every window edge, direct reads at and around the bypass threshold, direct
+// The patterns: a forward walk of small reads (a tag scan), two walks taking
+// turns, an index walk, reads around every window edge, direct reads at and around the bypass threshold, direct
 // reads followed by the small reads of an interleaved file (inside and across
 // the end of the page a direct read brings along), the end of the file, and
 // random reads.
@@ -57,6 +57,16 @@ std::vector<Read> readPattern(size_t fileSize, uint32_t seed) {
         reads.push_back({static_cast<off64_t>(fileSize - 10), 10});
         reads.push_back({static_cast<off64_t>(fileSize - direct), direct});
         reads.push_back({static_cast<off64_t>(fileSize - 3), 5});
+    }
+    // Two walks a little apart taking turns (one per track: a refill stops
+    // where the other's window starts), and an index walk: a few small steps
+    // after each jump (refills growing from a few pages).
+    for (size_t at = 0; at + 100000 < fileSize; at += 3001) {
+        reads.push_back({static_cast<off64_t>(at + 100000), 17});
+        reads.push_back({static_cast<off64_t>(at), 17});
+    }
+    for (size_t at = 0; at + 4 * 1601 < fileSize; at += 17600) {
+        for (size_t step = 0; step < 4; ++step) reads.push_back({static_cast<off64_t>(at + step * 1601), 128});
     }
     reads.push_back({static_cast<off64_t>(fileSize) - 7, 100});
     reads.push_back({static_cast<off64_t>(fileSize), 10});
