@@ -77,6 +77,7 @@ expect pending-container   3 "no extractor for container type 'application/vnd.r
 expect no-tracks           4 'no tracks this library can read'                -- "$tmp/no-tracks.flv"
 expect track-error         5 'track 0: read failed: ERROR_MALFORMED'          -- "$tmp/bad-chunk.avi" --quiet
 expect track-error-json    5 '"end": "ERROR_MALFORMED"'                       -- "$tmp/bad-chunk.avi" --json --samples
+expect output-unwritable   6 "--extract 0:$tmp/no/such/dir/v.h264: "           -- "$flv" --extract 0:"$tmp/no/such/dir/v.h264"
 # Repeatable options take one value each and never the file.
 expect track-before-file   0 '^track 0:'                                      -- --track 0 "$flv"
 expect prop-before-file    0 '^tracks: 2$'                                    -- --prop some.key=1 "$flv"
