@@ -10,10 +10,11 @@ source scripts/deps.sh
 BUILD_DIR=${BUILD_DIR:-build-fuzz}
 CC=clang CXX=clang++ cmake -S . -B "$BUILD_DIR" -DZIRK_BUILD_FUZZERS=ON -DZIRK_BUILD_TESTS=OFF \
   -DZIRK_BUILD_TOOLS=OFF >/dev/null
-cmake --build "$BUILD_DIR" -j2 --target fuzz_entry fuzz_flv fuzz_avi fuzz_esds fuzz_codec_helpers fuzz_mov_sample_table fuzz_mov fuzz_asf
+cmake --build "$BUILD_DIR" -j2 --target fuzz_entry fuzz_flv fuzz_avi fuzz_esds fuzz_codec_helpers fuzz_mov_sample_table fuzz_mov fuzz_asf \
+  fuzz_probe_outputs
 runs=${ZIRK_FUZZ_SMOKE_RUNS:-3000}
 passed=0
-for target in entry flv avi esds codec_helpers mov_sample_table mov asf; do
+for target in entry flv avi esds codec_helpers mov_sample_table mov asf probe_outputs; do
   # A work folder of its own, apart from any longer fuzzing session's corpus.
   export FUZZ_WORK_DIR=fuzz/corpus-smoke
   rm -rf "$FUZZ_WORK_DIR/$target"
