@@ -13,9 +13,8 @@ Bytes withTrack(const Bytes& more) { return movie(avcTrack(), more); }
 Bytes sound(const Bytes& entry) { return movie(trak(1, "soun", stbl(entry, 1))); }
 Bytes udta(const Bytes& child) { return withTrack(box("udta", child)); }
 Bytes truncated() {
-    Bytes b = withTrack({});
-    b.resize(b.size() - 30);
-    return b;
+    const Bytes b = withTrack({});
+    return Bytes(b.begin(), b.end() - 30);
 }
 
 // `depth` boxes, each the only child of the one before, cycling through the

@@ -44,26 +44,25 @@ const Bytes kAACExplicitRateShort = {0x17, 0x80, 0x00, 0x00};
 Bytes aacTrack(const Bytes& entry = soundEntry("mp4a", 0, 2, 44100, esds(0x40, kAAC44Stereo)), uint32_t id = 2) {
     return trak(id, "soun", stbl(entry, 1));
 }
-Bytes ilstItem(const std::string& item, uint32_t indicator, const Bytes& value) {
-    Bytes data;
-    putBE(&data, 4, {indicator, 0});
-    append(&data, value);
+Bytes ilstItem(const std::string& item, uint8_t indicator, const Bytes& value) {
+    const Bytes data = cat({{0, 0, 0, indicator, 0, 0, 0, 0}, value});
     return box("udta", fullBox("meta", 0, 0, box("ilst", box(item, box("data", data)))));
 }
 
-// What a row pins: a key of track `track` (-1: the file) and its value;
-// kAbsent for a key that must not be there, a data key's size in `number`.
-enum Kind { kInt, kInt64, kText, kDataSize, kAbsent };
-struct Expect {
-    Expect(int track, uint32_t key, Kind kind, int64_t number = 0)
-        : track(track), key(key), kind(kind), number(number) {}
-    Expect(int track, uint32_t key, const char* text) : track(track), key(key), kind(kText), text(text) {}
-    int track;
-    uint32_t key;
-    Kind kind;
-    int64_t number = 0;
-    const char* text = nullptr;
-};
+// A key's value as rows pin it: a C string as it is, an int32 in decimal, an
+// int64 with "L" after it, other data as "<size> bytes", "-" when absent.
+std::string valueOf(const sp<MetaData>& meta, uint32_t key) {
+    const char* s;
+    int32_t i32;
+    int64_t i64;
+    if (meta->findCString(key, &s)) return s;
+    if (meta->findInt32(key, &i32)) return std::to_string(i32);
+    if (meta->findInt64(key, &i64)) return std::to_string(i64) + "L";
+    return meta->hasData(key) ? std::to_string(findBytes(meta, key).size()) + " bytes" : "-";
+}
+
+// What a row pins: key `key` of track `track` (-1: the file) reads `value`.
+struct Expect { int track; uint32_t key; std::string value; };
 
 // `log`: a line that must have been logged.
 struct Row { const char* name; Bytes bytes; size_t tracks; std::vector<Expect> expects; const char* log = nullptr; };
@@ -81,17 +80,8 @@ TEST_P(ZIRKMOVExtractorTest, WalksBoxes) {
         const uint32_t kExtensive = MediaExtractor::kIncludeExtensiveMetaData;
         sp<MetaData> meta = e.track < 0 ? extractor->getMetaData() : extractor->getTrackMetaData(e.track, kExtensive);
         ASSERT_NE(meta, nullptr);
-        SCOPED_TRACE(std::string(1, e.key >> 24) + char(e.key >> 16) + char(e.key >> 8) + char(e.key));
-        int32_t i32 = 0;
-        int64_t i64 = 0;
-        const char* s = "";
-        switch (e.kind) {
-            case kInt: EXPECT_TRUE(meta->findInt32(e.key, &i32)); EXPECT_EQ(i32, e.number); break;
-            case kInt64: EXPECT_TRUE(meta->findInt64(e.key, &i64)); EXPECT_EQ(i64, e.number); break;
-            case kText: EXPECT_TRUE(meta->findCString(e.key, &s)); EXPECT_STREQ(s, e.text); break;
-            case kDataSize: EXPECT_EQ(findBytes(meta, e.key).size(), size_t(e.number)); break;
-            case kAbsent: EXPECT_FALSE(meta->hasData(e.key)); break;
-        }
+        EXPECT_EQ(valueOf(meta, e.key), e.value)
+                << std::string(1, e.key >> 24) + char(e.key >> 16) + char(e.key >> 8) + char(e.key);
     }
     if (row.log != nullptr) {
         EXPECT_TRUE(log.contains(row.log)) << row.log;
@@ -104,9 +94,8 @@ Bytes waveAAC() {
     return aacTrack(soundEntry("mp4a", 1, 2, 44100, wave, Bytes(16, 0)));
 }
 Bytes imaInWave(uint16_t blockAlign) {
-    Bytes wfx(18, 0);
-    setLE16(&wfx, 0, 0x11);
-    setLE16(&wfx, 12, blockAlign);
+    Bytes wfx;
+    putLE(&wfx, 2, {0x11, 0, 0, 0, 0, 0, blockAlign, 0, 0});  // IMA ADPCM's format tag, nBlockAlign
     const std::string ima("ms\0\x11", 4);
     Bytes wave = box("wave", cat({box("frma", {'m', 's', 0, 0x11}), box(ima, wfx), box(std::string(4, '\0'), {})}));
     return aacTrack(soundEntry(ima, 1, 1, 8000, wave, Bytes(16, 0)));
@@ -131,8 +120,8 @@ Bytes desc(uint8_t tag, const Bytes& body) { return cat({{tag, static_cast<uint8
 // the descriptor updates: `od` names track `trackId` and IPMP ID `pointer`;
 // the IPMP descriptor (ID 7, scheme `scheme`) carries "DRM".
 Bytes protectedMovie(bool ipmpInIods = true, uint16_t trackId = 1, uint8_t pointer = 7, uint16_t scheme = 0x1234) {
-    const Bytes iods = fullBox("iods", 0, 0, desc(0x10, cat({{0x00, 0x4F, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF},
-                                                              ipmpInIods ? desc(0x0A, {7}) : desc(0x0E, {0, 0, 0, 1})})));
+    const Bytes ipmpRef = ipmpInIods ? desc(0x0A, {7}) : desc(0x0E, {0, 0, 0, 1});
+    const Bytes iods = fullBox("iods", 0, 0, desc(0x10, cat({{0x00, 0x4F, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, ipmpRef})));
     const Bytes od = desc(0x11, cat({{0x00, 0x5F}, desc(0x0F, {uint8_t(trackId >> 8), uint8_t(trackId)}),
                                      desc(0x0A, {pointer})}));
     const Bytes ipmp = desc(0x0B, {7, uint8_t(scheme >> 8), uint8_t(scheme), 'D', 'R', 'M'});
@@ -142,65 +131,61 @@ Bytes protectedMovie(bool ipmpInIods = true, uint16_t trackId = 1, uint8_t point
 INSTANTIATE_TEST_SUITE_P(Movies, ZIRKMOVExtractorTest, ::testing::Values(
     Row{"avc_and_aac", movie(cat({avcTrack(), aacTrack()})), 2,
         {{-1, kKeyMIMEType, "video/quicktime"}, {-1, kKeyDate, "19040101T000000.000Z"}, {0, kKeyMIMEType, "video/avc"},
-         {0, kKeyWidth, kInt, 160}, {0, kKeyAVCC, kDataSize, 7}, {0, kKeyFrameRate, kInt, 1},
-         {0, kKeyDuration, kInt64, 3000000}, {0, 'lang', "eng"}, {0, kExt, kInt, 30},
-         {1, kKeyMIMEType, "audio/mp4a-latm"}, {1, kKeySampleRate, kInt, 44100}, {1, kKeyChannelCount, kInt, 2},
-         {1, kKeyTrackID, kInt, 2}, {1, kKeyFrameRate, kAbsent}, {0, kKeyThumbnailTime, kInt64, 0},
-         {0, kKeyRotation, kAbsent}}},
-    Row{"audio_only_is_audio_mp4", movie(aacTrack()), 1, {{-1, kKeyMIMEType, "audio/mp4"}}},
-    Row{"mdat_before_moov", cat({box("mdat", Bytes(100, 7)), movie(aacTrack())}), 1, {}},
+         {0, kKeyWidth, "160"}, {0, kKeyAVCC, "7 bytes"}, {0, kKeyFrameRate, "1"}, {0, kKeyDuration, "3000000L"},
+         {0, 'lang', "eng"}, {0, kExt, "30"}, {1, kKeyMIMEType, "audio/mp4a-latm"}, {1, kKeySampleRate, "44100"},
+         {1, kKeyChannelCount, "2"}, {1, kKeyTrackID, "2"}, {1, kKeyFrameRate, "-"}, {0, kKeyThumbnailTime, "0L"},
+         {0, kKeyRotation, "-"}}},
+    // Audio only: the file is audio/mp4.
+    Row{"mdat_before_moov", cat({box("mdat", Bytes(100, 7)), movie(aacTrack())}), 1, {{-1, kKeyMIMEType, "audio/mp4"}}},
     Row{"size_0_steps_4_bytes", cat({Bytes(4, 0), movie(aacTrack())}), 1, {}},
     Row{"large_size_below_16", cat({largeBox("free", {}, 8), movie(avcTrack())}), 0, {},
         "countTracks:error in readMetaData, err=fffffc11"},
-    Row{"rotation_90", rotated({0, 0x10000, -0x10000, 0}), 1, {{0, kKeyRotation, kInt, 90}}},
-    Row{"rotation_180", rotated({-0x10000, 0, 0, -0x10000}), 1, {{0, kKeyRotation, kInt, 180}}},
-    Row{"mirror_logs", rotated({-0x10000, 0, 0, 0x10000}), 1, {{0, kKeyRotation, kAbsent}},
+    Row{"rotation_90", rotated({0, 0x10000, -0x10000, 0}), 1, {{0, kKeyRotation, "90"}}},
+    Row{"rotation_180", rotated({-0x10000, 0, 0, -0x10000}), 1, {{0, kKeyRotation, "180"}}},
+    Row{"mirror_logs", rotated({-0x10000, 0, 0, 0x10000}), 1, {{0, kKeyRotation, "-"}},
         "We only support 0,90,180,270 degree rotation matrices"},
     Row{"two_video_entries_first_used", movie(trak(1, "vide", stbl(cat({visualEntry("mp4v", 0, 0, esds(0x20, {1, 2})),
                                                                         visualEntry("avc1", 64, 64)}), 2))), 1,
-        {{0, kKeyMIMEType, "video/mp4v-es"}, {0, kKeyWidth, kInt, 352}, {0, kKeyHeight, kInt, 288}},
+        {{0, kKeyMIMEType, "video/mp4v-es"}, {0, kKeyWidth, "352"}, {0, kKeyHeight, "288"}},
         "Track has multiple (2) sample descriptions, use the first"},
-    Row{"text_track_keeps_all_entries",
+    Row{"text_track_keeps_all_entries",  // both entries less their 8-byte headers, each with a 16-byte one
         movie(trak(3, "text", stbl(cat({box("tx3g", Bytes(30, 1)), box("tx3g", Bytes(40, 2))}), 2))), 1,
-        {{0, kKeyMIMEType, "text/3gpp-tt"}, {0, kKeyTextFormatData, kDataSize, 38 + 48}}},
+        {{0, kKeyMIMEType, "text/3gpp-tt"}, {0, kKeyTextFormatData, "86 bytes"}}},
+    // Max input sizes: the block (2048 for PCM, 4 x 1024 for IMA) + 20.
     Row{"pcm_v1_block_align_default", movie(aacTrack(soundEntry("twos", 1, 2, 8000, {}, Bytes(16, 0)))), 1,
-        {{0, kKeyMIMEType, "audio/raw"}, {0, kExt, kInt, 2048 + 20}}},
-    Row{"sound_v2_rate_is_double", movie(v2Sound()), 1,
-        {{0, kKeySampleRate, kInt, 48000}, {0, kKeyChannelCount, kInt, 6}}},
+        {{0, kKeyMIMEType, "audio/raw"}, {0, kExt, "2068"}}},
+    Row{"sound_v2_rate_is_double", movie(v2Sound()), 1, {{0, kKeySampleRate, "48000"}, {0, kKeyChannelCount, "6"}}},
     Row{"sound_v3_read_as_v0", movie(aacTrack(soundEntry("samr", 3, 2, 44100))), 1,
-        {{0, kKeySampleRate, kInt, 8000}, {0, kKeyChannelCount, kInt, 1}},
+        {{0, kKeySampleRate, "8000"}, {0, kKeyChannelCount, "1"}},
         "unsupported sample description entry version 3, only support 0, 1, 2"},
-    Row{"wave_esds_updates_audio", movie(waveAAC()), 1,
-        {{0, kKeySampleRate, kInt, 22050}, {0, kKeyChannelCount, kInt, 1}}},
-    Row{"ima_block_align_from_wave", movie(imaInWave(1024)), 1, {{0, kExt, kInt, 4 * 1024 + 20}}},
+    Row{"wave_esds_updates_audio", movie(waveAAC()), 1, {{0, kKeySampleRate, "22050"}, {0, kKeyChannelCount, "1"}}},
+    Row{"ima_block_align_from_wave", movie(imaInWave(1024)), 1, {{0, kExt, "4116"}}},
     Row{"esds_9000_bytes", movie(aacTrack(soundEntry("mp4a", 0, 2, 44100, box("esds", Bytes(9000, 0))))), 0, {},
         "ESDS chunk size 9000 too large!"},
     Row{"aac_explicit_rate_too_short",
         movie(aacTrack(soundEntry("mp4a", 0, 2, 44100, esds(0x40, kAACExplicitRateShort)))), 0, {}},
     Row{"d263_15_bytes", video(visualEntry("s263", 176, 144, box("d263", Bytes(15, 0)))), 0, {},
         "Incorrect D263 box size 15"},
-    Row{"d263_7_bytes", video(visualEntry("s263", 176, 144, box("d263", Bytes(7, 0)))), 1,
-        {{0, kKeyD263, kDataSize, 7}}},
+    Row{"d263_7_bytes", video(visualEntry("s263", 176, 144, box("d263", Bytes(7, 0)))), 1, {{0, kKeyD263, "7 bytes"}}},
     Row{"glbl_under_avc1_skipped", movie(avcTrack(cat({box("avcC", kAVCC), box("glbl", Bytes(20, 0))}))), 1,
-        {{0, 'rcsd', kAbsent}}},
+        {{0, 'rcsd', "-"}}},
     Row{"glbl_under_xvid_kept", video(visualEntry("XVID", 64, 64, box("glbl", Bytes(20, 0)))), 1,
-        {{0, 'rcsd', kDataSize, 16}, {0, kKeyMIMEType, "video/divx"}}},
-    Row{"empty_avcc_dropped", movie(avcTrack(box("avcC", {}))), 1, {{0, kKeyAVCC, kAbsent}},
+        {{0, 'rcsd', "16 bytes"}, {0, kKeyMIMEType, "video/divx"}}},
+    Row{"empty_avcc_dropped", movie(avcTrack(box("avcC", {}))), 1, {{0, kKeyAVCC, "-"}},
         "!!! No 'avcC' data is found for mp4 file"},
     Row{"avcc_over_256", movie(avcTrack(box("avcC", Bytes(257, 1)))), 0, {}},
     Row{"max_size_0_defaults", movie(trak(1, "vide", stbl(visualEntry("jpeg", 8, 8), 1, {0, 0, 0}))), 1,
-        {{0, kExt, kInt, 524288 + 20}}, "max_size=0 is wrong, set default value 512k\n"},
+        {{0, kExt, "524308"}}, "max_size=0 is wrong, set default value 512k\n"},
     Row{"ilst_title_and_3gp_year", withAAC(cat({ilstItem("\xA9nam", 1, {'H', 'i'}), udta("yrrc", {0x07, 0xDD})})), 1,
         {{-1, kKeyTitle, "Hi"}, {-1, kKeyYear, "2013"}}},
     // iTunes items and 3GPP strings by their own rules (values at payload offset 8, resp. 6).
-    Row{"trkn_16_bytes", withAAC(ilstItem("trkn", 0, {0, 0, 0, 3, 0, 12, 0, 0})), 1,
-        {{-1, kKeyCDTrackNumber, "3/12"}}},
+    Row{"trkn_16_bytes", withAAC(ilstItem("trkn", 0, {0, 0, 0, 3, 0, 12, 0, 0})), 1, {{-1, kKeyCDTrackNumber, "3/12"}}},
     Row{"trkn_indicator_1_ignored", withAAC(ilstItem("trkn", 1, {0, 0, 0, 3, 0, 12, 0, 0})), 1,
-        {{-1, kKeyCDTrackNumber, kAbsent}}},
+        {{-1, kKeyCDTrackNumber, "-"}}},
     Row{"binary_genre_is_number_less_1", withAAC(ilstItem("gnre", 0, {0, 1})), 1, {{-1, kKeyGenre, "0"}}},
     Row{"albm_hides_track_number", withAAC(udta("albm", {0x15, 0xC7, 'A', 'l', 'b', 'u', 'm', 0, 7})), 1,
         {{-1, kKeyAlbum, "Album"}, {-1, kKeyCDTrackNumber, "7"}}},
-    Row{"udta_string_of_2048_ignored", withAAC(udta("titl", Bytes(2044, 'a'))), 1, {{-1, kKeyTitle, kAbsent}}},
+    Row{"udta_string_of_2048_ignored", withAAC(udta("titl", Bytes(2044, 'a'))), 1, {{-1, kKeyTitle, "-"}}},
     // UTF-16 is kept unconverted: the C string ends at the first zero byte.
     Row{"udta_utf16_kept", withAAC(udta("titl", {0x15, 0xC7, 0xFE, 0xFF, 0, 'A', 0, 'B'})), 1,
         {{-1, kKeyTitle, "\xFE\xFF"}}},
@@ -209,15 +194,14 @@ INSTANTIATE_TEST_SUITE_P(Movies, ZIRKMOVExtractorTest, ::testing::Values(
     Row{"old_quicktime_meta_skipped", withAAC(box("udta", fullBox("meta", 1, 0, box("ilst", Bytes(3, 0))))), 1, {}},
     Row{"compressed_header", [] {
             const Bytes header = box("moov", cat({fullBox("mvhd", 0, 0, Bytes(96, 0)), avcTrack(), aacTrack()}));
-            return compressedMovie(header.size(), zlib(header)); }(), 2,
-        {{1, kKeySampleRate, kInt, 44100}}},
+            return compressedMovie(header.size(), zlib(header)); }(), 2, {{1, kKeySampleRate, "44100"}}},
     // Protection data reach the track only when iods points at IPMP and the
     // mdat's object descriptor and IPMP descriptor agree on the track and ID.
-    Row{"protected_track", protectedMovie(), 1, {{0, kKeyIsDRM, kInt, 1}, {0, kKeyDrmTrackInfo, kDataSize, 3}}},
-    Row{"iods_without_ipmp", protectedMovie(false), 1, {{0, kKeyIsDRM, kAbsent}}},
-    Row{"ipmp_for_another_track", protectedMovie(true, 9), 1, {{0, kKeyIsDRM, kAbsent}}},
-    Row{"ipmp_id_mismatch", protectedMovie(true, 1, 8), 1, {{0, kKeyIsDRM, kAbsent}}},
-    Row{"ipmp_url_scheme", protectedMovie(true, 1, 7, 0), 1, {{0, kKeyIsDRM, kAbsent}}},
+    Row{"protected_track", protectedMovie(), 1, {{0, kKeyIsDRM, "1"}, {0, kKeyDrmTrackInfo, "3 bytes"}}},
+    Row{"iods_without_ipmp", protectedMovie(false), 1, {{0, kKeyIsDRM, "-"}}},
+    Row{"ipmp_for_another_track", protectedMovie(true, 9), 1, {{0, kKeyIsDRM, "-"}}},
+    Row{"ipmp_id_mismatch", protectedMovie(true, 1, 8), 1, {{0, kKeyIsDRM, "-"}}},
+    Row{"ipmp_url_scheme", protectedMovie(true, 1, 7, 0), 1, {{0, kKeyIsDRM, "-"}}},
     Row{"zero_type_box_ends_walk", cat({box(std::string(4, '\0'), {}), movie(aacTrack())}), 0, {},
         "receive pure 0 FOURCC!"},
     // The tags ffprobe -show_format reports for two real files, except where
@@ -227,7 +211,7 @@ INSTANTIATE_TEST_SUITE_P(Movies, ZIRKMOVExtractorTest, ::testing::Values(
     Row{"m4a_file_tags", readFileBytes(testdataPath("m4a_aac_tags.m4a")), 1,
         {{-1, kKeyTitle, "Test Title"}, {-1, kKeyArtist, "Test Artist"}, {-1, kKeyAlbum, "Test Album"},
          {-1, kKeyYear, "2014"}, {-1, kKeyCDTrackNumber, "3/12"}, {-1, kKeyGenre, "Jazz"},
-         {0, kKeyEncoderDelay, kInt, 0x840}, {0, kKeyEncoderPadding, kInt, 0x1CA}}},
+         {0, kKeyEncoderDelay, "2112"}, {0, kKeyEncoderPadding, "458"}}},
     Row{"3gp_file_tags", readFileBytes(testdataPath("3gp_h263_aac.3gp")), 2,
         {{-1, kKeyTitle, "Test Title"}, {-1, kKeyArtist, "Test Artist"}, {-1, kKeyAuthor, "Test Author"},
          {-1, kKeyAlbum, "Test Album"}, {-1, kKeyYear, "2013"}, {-1, kKeyGenre, "Rock"}}}),
@@ -267,14 +251,15 @@ TEST(ZIRKMOVExtractorQueries, ProtectionDataStayWithinTheirDescriptors) {
     }
 }
 
+// Indexes past the last track give nothing; the tables read through a caching
+// source; a descriptor size ends at the first byte without the high bit (-1
+// when the source ends first).
 TEST(ZIRKMOVExtractorQueries, TrackLookupAndReadSize) {
     sp<ZIRKMOVExtractor> extractor = new ZIRKMOVExtractor(new CachingSource(movie(cat({avcTrack(), aacTrack()}))));
     ASSERT_NE(extractor->getTrack(0), nullptr);
     EXPECT_EQ(extractor->getTrack(2), nullptr);
     EXPECT_EQ(extractor->getTrackMetaData(2, 0), nullptr);
-    int32_t maxInput;
-    EXPECT_TRUE(extractor->getTrackMetaData(1, 0)->findInt32(kKeyMaxInputSize, &maxInput));
-    EXPECT_EQ(maxInput, 30);
+    EXPECT_EQ(valueOf(extractor->getTrackMetaData(1, 0), kKeyMaxInputSize), "30");
     ASSERT_NE(extractor->findTrackByMimePrefix("AUDIO/"), nullptr);
     EXPECT_EQ(extractor->findTrackByMimePrefix("AUDIO/")->timescale, 1000u);
     EXPECT_EQ(extractor->findTrackByMimePrefix("text/"), nullptr);
@@ -314,21 +299,17 @@ TEST(ZIRKMOVSourceTest, VideoSeeksLandWhereTheModeSays) {
         MediaSource::ReadOptions options;
         options.setSeekTo(row.targetUs, row.mode);
         MediaBuffer* buffer = nullptr;
-        const status_t err = video->read(&buffer, &options);
-        if (row.firstUs < 0) {
-            EXPECT_EQ(err, ERROR_END_OF_STREAM);
-            EXPECT_EQ(buffer, nullptr);
-        } else {
-            ASSERT_EQ(err, OK);
-            int64_t timeUs = -1, tarT = -1;
-            int32_t sync = 0;
-            EXPECT_TRUE(buffer->meta_data()->findInt64(kKeyTime, &timeUs));
+        ASSERT_EQ(video->read(&buffer, &options), row.firstUs < 0 ? status_t(ERROR_END_OF_STREAM) : OK);
+        int64_t timeUs = -1, tarT = -1;
+        int32_t sync = 0;
+        if (buffer != nullptr) {
+            buffer->meta_data()->findInt64(kKeyTime, &timeUs);
             buffer->meta_data()->findInt32(kKeyIsSyncFrame, &sync);
             buffer->meta_data()->findInt64(kKeyTargetTime, &tarT);
-            EXPECT_EQ(std::make_tuple(timeUs, sync, tarT), std::make_tuple(row.firstUs, 1, row.tarT));
             buffer->release();
         }
         video->stop();
+        EXPECT_EQ(std::make_tuple(timeUs, sync, tarT), std::make_tuple(row.firstUs, row.firstUs < 0 ? 0 : 1, row.tarT));
     }
 }
 
@@ -349,9 +330,7 @@ TEST(ZIRKMOVSourceTest, ChunkAudioSeeksLandOnTheFrameHoldingTheTarget) {
                 MediaSource::ReadOptions options;
                 options.setSeekTo(targetUs, mode);
                 Sample read[3];
-                ASSERT_EQ(readSample(source, &read[0], &options), OK);
-                ASSERT_EQ(readSample(source, &read[1]), OK);
-                ASSERT_EQ(readSample(source, &read[2]), OK);
+                for (Sample& s : read) ASSERT_EQ(readSample(source, &s, &s == read ? &options : nullptr), OK);
                 source->stop();
                 EXPECT_LE(read[0].timeUs, targetUs);
                 EXPECT_GT(read[1].timeUs, targetUs);
@@ -368,14 +347,7 @@ TEST(ZIRKMOVSourceTest, ChunkAudioSeeksLandOnTheFrameHoldingTheTarget) {
 
 // One AVC track (4-byte NAL lengths) whose samples lie in an mdat before moov.
 Bytes avcMovie(const std::vector<Bytes>& samples) {
-    Bytes data;
-    std::vector<uint64_t> sizes;
-    for (const Bytes& s : samples) {
-        append(&data, s);
-        sizes.push_back(s.size());
-    }
-    const Bytes entry = visualEntry("avc1", 64, 64, box("avcC", kAVCC));
-    return cat({box("mdat", data), movie(trak(1, "vide", stbl(entry, 1, sizes, 8)))});
+    return mdatFirst("vide", visualEntry("avc1", 64, 64, box("avcC", kAVCC)), samples);
 }
 
 // A NAL whose length runs past its sample is cut at the sample's end, and a
@@ -409,14 +381,9 @@ TEST(ZIRKMOVSourceTest, MP3ChunksWithoutAFrameEndTheTrackWithTheirLog) {
     const std::pair<uint8_t, const char*> kCases[] = {{0x00, "Can't find the first sync code for MP3 !!!"},
                                                       {0xFF, "Can't find the MP3 sync code !!!"}};
     for (const auto& [first, line] : kCases) {
-        Bytes data(64, 0);
-        data[0] = first;
-        data[1] = 0xE0;
-        const Bytes track = trak(1, "soun", stbl(soundEntry(".mp3", 0, 1, 22050), 1, {64}, 8));
-        const Bytes file = cat({box("mdat", data), movie(track)});
         LogCapture log;
-        sp<MediaExtractor> extractor = new ZIRKMOVExtractor(new MemorySource(file));
-        const TrackRead read = readTrack(extractor->getTrack(0));
+        const Bytes file = mdatFirst("soun", soundEntry(".mp3", 0, 1, 22050), {cat({{first, 0xE0}, Bytes(62, 0)})});
+        const TrackRead read = readTrack(sp<MediaExtractor>(new ZIRKMOVExtractor(new MemorySource(file)))->getTrack(0));
         EXPECT_TRUE(read.samples.empty());
         EXPECT_EQ(read.end, ERROR_END_OF_STREAM);
         EXPECT_TRUE(log.contains(line)) << line;
@@ -430,14 +397,13 @@ TEST(ZIRKMOVExtractorDeathTest, ChecksStayFatal) {
     format->remove(kKeyMaxInputSize);
     auto walk = [](const Bytes& b) { sp<ZIRKMOVExtractor>(new ZIRKMOVExtractor(new MemorySource(b)))->countTracks(); };
     const std::string kWalk = "mov/ZIRKMOVExtractor", kSource = "mov/ZIRKMOVSource";
+    const Bytes mp4aItem = box("mp4a", esds(0x40, kAAC44Stereo));
     const struct { std::function<void()> body; std::string source; const char* check; } kRows[] = {
         {[&] { walk(movie(box("trak", fullBox("tkhd", 2, 0, Bytes(80, 0))))); }, kWalk,
          "CHECK_EQ( (unsigned)version,0u) failed: 2 vs. 0"},
         // An esds under an iTunes item named mp4a, in a track without audio.
-        {[&] {
-             const Bytes item = box("mp4a", esds(0x40, kAAC44Stereo));
-             walk(movie(avcTrack(), box("udta", fullBox("meta", 0, 0, box("ilst", item)))));
-         }, kWalk, "CHECK(mLastTrack->meta->findInt32(kKeySampleRate, &prevSampleRate)) failed."},
+        {[&] { walk(movie(avcTrack(), box("udta", fullBox("meta", 0, 0, box("ilst", mp4aItem))))); }, kWalk,
+         "CHECK(mLastTrack->meta->findInt32(kKeySampleRate, &prevSampleRate)) failed."},
         {[&] { sp<MediaSource> s = extractor->getTrack(0); s->start(); s->start(); }, kSource,
          "CHECK(!mStarted) failed."},
         {[&] { extractor->getTrack(0)->stop(); }, kSource, "CHECK(mStarted) failed."},
@@ -459,9 +425,10 @@ TEST(ZIRKMOVExtractorDeathTest, ChecksStayFatal) {
 }
 
 // The sniffer's three methods. `metaSize` -1: no "meta-data-size" message.
+// EntrySniffTest.RealFilesAreClaimedByTheirSniffer pins ISO brands refused
+// and a moov past the 128-byte walk claimed without that message.
 TEST(ZIRKSniffMOVTest, ClaimsQuickTimeFilesOnly) {
     const Bytes qtFtyp = box("ftyp", cat({{'q', 't', ' ', ' '}, Bytes(4, 0)}));
-    const Bytes isoFtyp = box("ftyp", cat({{'i', 's', 'o', 'm'}, Bytes(4, 0), {'m', 'p', '4', '2'}}));
     const Bytes compatQt =
             box("ftyp", cat({{'i', 's', 'o', 'm'}, Bytes(4, 0), {'m', 'p', '4', '2'}, {'q', 't', ' ', ' '}}));
     const char* kBetter = "Identified supported MOV through BetterSniffMOV.";
@@ -470,8 +437,6 @@ TEST(ZIRKSniffMOVTest, ClaimsQuickTimeFilesOnly) {
     const Row rows[] = {
             {"brand_and_moov_early", cat({qtFtyp, moov}), 0.7f, 16 + 48, kBetter},
             {"compatible_brand", cat({compatQt, moov}), 0.7f, 24 + 48, kBetter},
-            {"moov_past_128", cat({qtFtyp, box("mdat", Bytes(200, 0)), moov}), 0.7f, -1, kBetter},
-            {"iso_brands", cat({isoFtyp, moov}), 0, -1, nullptr},
             {"legacy_brand_bad_walk", cat({box("ftyp", {'q', 't', ' ', ' '}), Bytes(8, 0)}), 0.7f, -1,
              "Identified supported MOV through LegacySniffMOV."},
             {"old_file_mdat_first", cat({box("mdat", Bytes(4, 0)), moov}), 0.5f, -1,
@@ -492,9 +457,7 @@ TEST(ZIRKSniffMOVTest, ClaimsQuickTimeFilesOnly) {
         EXPECT_STREQ(mime.c_str(), MEDIA_MIMETYPE_CONTAINER_MOV);
         EXPECT_FLOAT_EQ(confidence, row.confidence);
         int64_t size = -1;
-        if (meta != nullptr) {
-            EXPECT_TRUE(meta->findInt64("meta-data-size", &size));
-        }
+        EXPECT_TRUE(meta == nullptr || meta->findInt64("meta-data-size", &size));
         EXPECT_EQ(size, row.metaSize);
         EXPECT_TRUE(log.contains(row.log, ANDROID_LOG_WARN)) << row.log;
     }
@@ -521,10 +484,11 @@ TEST(ZIRKMOVSourceTest, RealFileMetadata) {
 }
 
 // The MOV test files of testdata/ through the box parser and the sample
-// table, against ffprobe's packet lists: every video, AAC and AMR sample's file
-// offset, size and sync flag, and its composition time up to one constant
-// offset per track (edit lists are not applied). PCM tracks are listed per
-// chunk by ffprobe and per frame here, so only their presence is checked.
+// table, against ffprobe's packet lists: the count and every video, AAC and
+// AMR sample's file offset and size (times and sync flags, read through the
+// source, are compared by tests/tools/probe_crosscheck.py). PCM tracks are
+// listed per chunk by ffprobe and per frame here, so only their presence is
+// checked.
 // In the fragmented file the moov indexes only the first fragment: its
 // samples must be the first ones listed, and the fragments after it are
 // walked but not played.
@@ -556,18 +520,12 @@ TEST_P(ZIRKMOVRealFileTest, SampleTablesMatchTheListedPackets) {
             rows.resize(table->countSamples());
         }
         ASSERT_EQ(table->countSamples(), rows.size());
-        int64_t shift = 0;
         for (size_t i = 0; i < rows.size(); ++i) {
             off64_t offset;
             size_t size;
-            uint32_t time;
-            bool sync;
-            ASSERT_EQ(table->getMetaDataForSample(i, &offset, &size, &time, &sync), OK) << i;
-            EXPECT_EQ(offset, std::stoll(rows[i]->at("pos"))) << i;
-            EXPECT_EQ(size, std::stoul(rows[i]->at("size"))) << i;
-            EXPECT_EQ(sync, rows[i]->at("flags")[0] == 'K') << i;
-            if (i == 0) shift = int64_t(time) - std::stoll(rows[i]->at("pts"));
-            EXPECT_EQ(int64_t(time) - std::stoll(rows[i]->at("pts")), shift) << i;
+            ASSERT_EQ(table->getMetaDataForSample(i, &offset, &size, nullptr), OK) << i;
+            EXPECT_EQ(std::make_pair(offset, size), std::make_pair(off64_t(std::stoll(rows[i]->at("pos"))),
+                                                                 size_t(std::stoul(rows[i]->at("size"))))) << i;
         }
     }
 }

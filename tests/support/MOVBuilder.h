@@ -29,8 +29,7 @@ inline Bytes box(const std::string& type, const Bytes& payload, int64_t sizeOver
     Bytes b;
     putBE32(&b, sizeOverride >= 0 ? static_cast<uint64_t>(sizeOverride) : payload.size() + 8);
     putFourcc(&b, type);
-    append(&b, payload);
-    return b;
+    return cat({b, payload});
 }
 
 // A table payload: version and flags, the entry count (fields / perEntry
@@ -44,23 +43,14 @@ inline Bytes table(const std::vector<uint64_t>& fields, size_t perEntry = 1, int
     return b;
 }
 
-// stsz: a constant size lists nothing.
-inline Bytes stsz(uint32_t defaultSize, const std::vector<uint64_t>& sizes, int64_t countOverride = -1) {
+// stsz (a constant size lists nothing; else 32-bit fields) and stz2 with 4-,
+// 8- or 16-bit fields (two 4-bit fields a byte, high first).
+inline Bytes sizeTable(uint32_t word, uint32_t width, const std::vector<uint64_t>& sizes, int64_t countOverride) {
     Bytes b;
-    putBE(&b, 4, {0, defaultSize, countOverride >= 0 ? static_cast<uint64_t>(countOverride) : sizes.size()});
-    if (defaultSize == 0) {
-        for (uint64_t v : sizes) putBE32(&b, v);
-    }
-    return b;
-}
-
-// stz2 with 4-, 8- or 16-bit fields (two 4-bit fields a byte, high first).
-inline Bytes stz2(uint32_t fieldSize, const std::vector<uint64_t>& sizes, int64_t countOverride = -1) {
-    Bytes b;
-    putBE(&b, 4, {0, fieldSize, countOverride >= 0 ? static_cast<uint64_t>(countOverride) : sizes.size()});
-    for (size_t i = 0; i < sizes.size(); ++i) {
-        if (fieldSize != 4) {
-            putBE(&b, static_cast<int>(fieldSize / 8), {sizes[i]});
+    putBE(&b, 4, {0, word, countOverride >= 0 ? static_cast<uint64_t>(countOverride) : sizes.size()});
+    for (size_t i = 0; i < sizes.size() && width > 0; ++i) {
+        if (width != 4) {
+            putBE(&b, static_cast<int>(width / 8), {sizes[i]});
         } else if (i % 2 == 0) {
             b.push_back(static_cast<uint8_t>(sizes[i] << 4));
         } else {
@@ -68,6 +58,12 @@ inline Bytes stz2(uint32_t fieldSize, const std::vector<uint64_t>& sizes, int64_
         }
     }
     return b;
+}
+inline Bytes stsz(uint32_t defaultSize, const std::vector<uint64_t>& sizes, int64_t countOverride = -1) {
+    return sizeTable(defaultSize, defaultSize == 0 ? 32 : 0, sizes, countOverride);
+}
+inline Bytes stz2(uint32_t fieldSize, const std::vector<uint64_t>& sizes, int64_t countOverride = -1) {
+    return sizeTable(fieldSize, fieldSize, sizes, countOverride);
 }
 
 // Where a box's payload lies in the file.
@@ -87,12 +83,9 @@ struct BoxFile {
 
 // A box with a 64-bit size (header 16 bytes): payload + 16 unless overridden.
 inline Bytes largeBox(const std::string& type, const Bytes& payload, int64_t sizeOverride = -1) {
-    Bytes b;
-    putBE32(&b, 1);
-    putFourcc(&b, type);
+    Bytes b = box(type, {}, 1);
     putBE64(&b, sizeOverride >= 0 ? static_cast<uint64_t>(sizeOverride) : payload.size() + 16);
-    append(&b, payload);
-    return b;
+    return cat({b, payload});
 }
 
 // A full box: the version-and-flags word, then `rest`.
@@ -122,25 +115,20 @@ inline Bytes mdhd(uint32_t timescale, uint64_t duration) {
 }
 
 inline Bytes hdlr(const std::string& handler) {
-    Bytes r;
-    putBE32(&r, 0);
+    Bytes r(4, 0);
     putFourcc(&r, handler);
-    putBE(&r, 4, {0, 0, 0});
-    r.push_back(0);
+    r.resize(21, 0);  // three reserved words and an empty name
     return fullBox("hdlr", 0, 0, r);
 }
 
 // A visual sample entry of `type`, then its children.
 inline Bytes visualEntry(const std::string& type, uint16_t width, uint16_t height, const Bytes& children = {}) {
-    Bytes p(78, 0);
-    setBE16(&p, 6, 1);
-    setBE16(&p, 24, width);
-    setBE16(&p, 26, height);
-    setBE32(&p, 28, 0x00480000);
-    setBE32(&p, 32, 0x00480000);
-    setBE16(&p, 40, 1);
-    setBE16(&p, 74, 24);
-    setBE16(&p, 76, 0xFFFF);
+    Bytes p;
+    putBE(&p, 2, {0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, width, height});  // data reference 1, the size
+    putBE(&p, 4, {0x00480000, 0x00480000, 0});                           // 72 dpi
+    putBE16(&p, 1);                                                      // one frame a sample
+    p.resize(74, 0);                                                     // no compressor name
+    putBE(&p, 2, {24, 0xFFFF});                                          // depth, no color table
     append(&p, children);
     return box(type, p);
 }
@@ -149,13 +137,9 @@ inline Bytes visualEntry(const std::string& type, uint16_t width, uint16_t heigh
 // bytes for version 1, 36 for version 2).
 inline Bytes soundEntry(const std::string& type, uint16_t version, uint16_t channels, uint32_t rate,
                         const Bytes& children = {}, const Bytes& extension = {}, uint16_t compressionId = 0) {
-    Bytes p(28, 0);
-    setBE16(&p, 6, 1);
-    setBE16(&p, 8, version);
-    setBE16(&p, 16, channels);
-    setBE16(&p, 18, 16);
-    setBE16(&p, 20, compressionId);
-    setBE32(&p, 24, static_cast<uint64_t>(rate) << 16);
+    Bytes p;
+    putBE(&p, 2, {0, 0, 0, 1, version, 0, 0, 0, channels, 16, compressionId, 0});
+    putBE32(&p, static_cast<uint64_t>(rate) << 16);
     append(&p, extension);
     append(&p, children);
     return box(type, p);
@@ -209,6 +193,18 @@ inline Bytes avcTrack(const Bytes& config = box("avcC", kAVCC), uint32_t id = 1,
 // ftyp, then moov with an mvhd and the boxes given.
 inline Bytes movie(const Bytes& inMoov, const Bytes& more = {}) {
     return cat({box("ftyp", Bytes(8, 'q')), box("moov", cat({fullBox("mvhd", 0, 0, Bytes(96, 0)), inMoov, more}))});
+}
+
+// An mdat of `samples`, then a movie whose one track (`handler`, `entry`)
+// lists them as one chunk.
+inline Bytes mdatFirst(const std::string& handler, const Bytes& entry, const std::vector<Bytes>& samples) {
+    Bytes data;
+    std::vector<uint64_t> sizes;
+    for (const Bytes& s : samples) {
+        append(&data, s);
+        sizes.push_back(s.size());
+    }
+    return cat({box("mdat", data), movie(trak(1, handler, stbl(entry, 1, sizes, 8)))});
 }
 
 inline Bytes zlib(const Bytes& in) {
