@@ -60,7 +60,7 @@ using namespace zirk_probe;
 
 namespace {
 
-const char kToolVersion[] = "zirk-probe 1.1.0";
+const char kToolVersion[] = "zirk-probe 1.2.0";
 
 enum ExitCode {
     kExitOk = 0,
