@@ -106,7 +106,7 @@ ssize_t ZIRKCachedFileSource::readAt(off64_t offset, void* data, size_t size) {
     size = static_cast<size_t>(std::min<uint64_t>(size, static_cast<uint64_t>(mLength - offset)));
     if (size >= kDirectReadBytes) return readDirect(offset, data, size);
 
-    std::lock_guard<std::mutex> lock(mLock);
+    std::unique_lock<std::mutex> lock(mLock);
     // A walk goes on where the previous small read ended, or just past the
     // end of a window (several walks take turns in an interleaved file: one
     // per track, and a background index pass). Its refills grow fourfold from
@@ -141,6 +141,7 @@ ssize_t ZIRKCachedFileSource::readAt(off64_t offset, void* data, size_t size) {
             Window* victim = claimVictim();
             if (victim == nullptr) {
                 // Every window is being filled (or none can be allocated).
+                lock.unlock();
                 ssize_t n = preadFully(at, out + done, size - done);
                 if (n < 0) return done > 0 ? static_cast<ssize_t>(done) : n;
                 return static_cast<ssize_t>(done + static_cast<size_t>(n));
@@ -154,10 +155,16 @@ ssize_t ZIRKCachedFileSource::readAt(off64_t offset, void* data, size_t size) {
                     fill = static_cast<size_t>(w.mOffset - at);
                 }
             }
+            // The window is filled without the lock, so that another walk
+            // (a background index pass) does not wait for this read.
+            victim->mBusy = true;
+            victim->mOffset = -1;
+            victim->mLength = 0;
+            lock.unlock();
             ssize_t n = preadFully(at, victim->mBytes.get(), fill);
+            lock.lock();
+            victim->mBusy = false;
             if (n <= 0) {
-                victim->mOffset = -1;
-                victim->mLength = 0;
                 if (done > 0) return static_cast<ssize_t>(done);
                 return n < 0 ? n : 0;
             }

@@ -13,8 +13,9 @@
 //
 // Memory is bounded: kWindowCount windows of kWindowBytes each, allocated
 // when first used. readAt is safe from several threads at once: one lock
-// guards the windows; a direct read holds it only to claim a window for the
-// page that follows, and reads without it. Owns the descriptor it opens,
+// guards the windows, and no file read is made under it (a window being
+// filled is marked busy and is neither served nor claimed until it is done),
+// so a background walk never holds up a reader for the length of a read. Owns the descriptor it opens,
 // closed on destruction. Exported for users of the library.
 #ifndef ZIRK_CACHED_FILE_SOURCE_H_
 #define ZIRK_CACHED_FILE_SOURCE_H_

@@ -176,7 +176,7 @@ status_t ASFSource::readLocked(MediaBuffer** out, const ReadOptions* options) {
             buffer->release();
             return ERROR_MALFORMED;
         }
-        const ssize_t n = mDataSource->readAt(entry.offset, data + filled, entry.length);
+        const ssize_t n = mParser->readPayload(mTrackIndex, entry, data + filled);
         if (n < 0) {
             buffer->release();
             return static_cast<status_t>(n);

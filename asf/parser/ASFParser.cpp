@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <memory>
 #include <string>
 
 #include <media/stagefright/MediaErrors.h>
@@ -96,6 +97,7 @@ constexpr uint8_t kStreamNumberMask = 0x7F;           // stream number byte; bit
 constexpr uint32_t kCompressedReplicatedLength = 1;   // marks a compressed payload
 constexpr size_t kSendTimeAndDurationBytes = 6;
 constexpr size_t kReplicatedFieldBytes = 8;           // media object size, presentation time
+constexpr uint8_t kNarrowFetchPayloads = 2;
 
 static_assert(sizeof(PayloadEntry) == 32, "a payload descriptor is the 32 bytes the readers copy");
 
@@ -485,24 +487,31 @@ status_t ASFParser::parseExtContentDescriptionObject(int64_t offset, int64_t siz
 
 class ASFParser::PacketWindow {
 public:
-    explicit PacketWindow(const sp<DataSource>& source) : mSource(source) {}
+    PacketWindow(const sp<DataSource>& source, PacketBytes* bytes) : mSource(source), mBytes(bytes) {}
 
-    // The n bytes at pos inside the window, which moves to pos when they are
-    // not all in it; null when the moved window still lacks them (the file
-    // ends, or the source fails a read that reaches further than the field).
+    // A fetch on a miss takes kNarrowBytes from the missing field on; once
+    // widened, everything up to `end` (the packet's end), as far as the
+    // buffer goes.
+    void widenTo(int64_t end) { mWideEnd = end; }
+    void narrow() { mWideEnd = -1; }
+
+    // The n bytes at pos, fetched when not all held; null when the fetch
+    // still lacks them (the file ends, or the source fails a read that
+    // reaches further than the field).
     const uint8_t* at(int64_t pos, size_t n) {
-        if (pos < 0 || n > kBytes) return nullptr;
-        if (!holds(pos, n)) {
-            const ssize_t got = mSource->readAt(pos, mBytes, kBytes);
-            mStart = pos;
-            mLength = got > 0 ? static_cast<size_t>(got) : 0;
-            if (mLength < n) return nullptr;
-        }
-        return mBytes + (pos - mStart);
+        if (pos < 0 || n > PacketBytes::kCapacity) return nullptr;
+        if (const uint8_t* p = mBytes->at(pos, n)) return p;
+        size_t want = kNarrowBytes;
+        if (mWideEnd > pos) want = static_cast<size_t>(std::min<int64_t>(mWideEnd - pos, PacketBytes::kCapacity));
+        want = std::max(want, n);
+        const ssize_t got = mSource->readAt(pos, mBytes->bytes, want);
+        mBytes->start = pos;
+        mBytes->length = got > 0 ? static_cast<size_t>(got) : 0;
+        return mBytes->at(pos, n);
     }
     // Copies the bytes at [pos, pos + n) that the file has, up to n: from the
-    // window, or, where it lacks them, read alone, so that the answer is the
-    // source's answer for those n bytes.
+    // fetched bytes, or, where they lack them, read alone, so that the answer
+    // is the source's answer for those n bytes.
     size_t read(int64_t pos, void* data, size_t n) {
         if (const uint8_t* p = at(pos, n)) {
             memcpy(data, p, n);
@@ -518,21 +527,16 @@ private:
     // The packet header and one payload header with its 8 bytes of
     // replicated data fit (at most 29 and 25 bytes); longer replicated data
     // are stepped over, not read.
-    static constexpr size_t kBytes = 128;
-
-    bool holds(int64_t pos, size_t n) const {
-        return mLength > 0 && pos >= mStart && static_cast<uint64_t>(pos - mStart) <= mLength &&
-               n <= mLength - static_cast<size_t>(pos - mStart);
-    }
+    static constexpr size_t kNarrowBytes = 128;
 
     const sp<DataSource>& mSource;
-    uint8_t mBytes[kBytes];
-    int64_t mStart = -1;
-    size_t mLength = 0;
+    PacketBytes* mBytes;
+    int64_t mWideEnd = -1;
 };
 
 uint32_t ASFParser::getTypeLength(uint8_t lengthType, int64_t offset, uint32_t* value) {
-    PacketWindow window(mDataSource);
+    std::unique_ptr<PacketBytes> bytes(new PacketBytes);
+    PacketWindow window(mDataSource, bytes.get());
     return getTypeLength(window, lengthType, offset, value);
 }
 
@@ -566,7 +570,8 @@ status_t ASFParser::parseDataPacket(AsfTrack* track, int64_t start) {
     // past any file offset is past the data.
     int64_t slotEnd;
     if (!zirkAdd(start, packetSize, &slotEnd)) return ERROR_MALFORMED;
-    PacketWindow window(mDataSource);
+    PacketWindow window(mDataSource, &track->fetched);
+    if (track->wideFetch) window.widenTo(slotEnd);
     int64_t pos = start;
 
     // The first byte is always taken as the error correction flags, even in
@@ -601,6 +606,15 @@ status_t ASFParser::parseDataPacket(AsfTrack* track, int64_t start) {
     }
     const uint8_t payloadCount = multiple ? payloadFlags & kPayloadCountMask : 1;
     const uint8_t payloadLengthType = payloadFlags >> 6;
+    // Packets of many small payloads are fetched whole (from here, and next
+    // time from their start); one or two large payloads are read header by
+    // header, so that their data are not copied in twice.
+    track->wideFetch = payloadCount > kNarrowFetchPayloads;
+    if (track->wideFetch) {
+        window.widenTo(slotEnd);
+    } else {
+        window.narrow();
+    }
 
     // The payloads end where the padding starts. A packet length past the
     // packet's own slot is read only to the slot's end, so no payload reaches
@@ -684,6 +698,16 @@ status_t ASFParser::parseDataPacket(AsfTrack* track, int64_t start) {
         pos = dataEnd;
     }
     return OK;
+}
+
+ssize_t ASFParser::readPayload(uint32_t trackIndex, const PayloadEntry& entry, void* data) {
+    if (trackIndex < mAsfTracks.size()) {
+        if (const uint8_t* p = mAsfTracks[trackIndex].fetched.at(entry.offset, entry.length)) {
+            memcpy(data, p, entry.length);
+            return static_cast<ssize_t>(entry.length);
+        }
+    }
+    return mDataSource->readAt(entry.offset, data, entry.length);
 }
 
 status_t ASFParser::getPayload(AsfTrack* track, int64_t* packetIndex, int step) {

@@ -130,6 +130,12 @@ public:
     // kErrorOutOfRange for a bad track index (or a null entry), or the error
     // of getPayload.
     status_t getDataPacket(uint32_t trackIndex, PayloadEntry* entry);
+    // Reads the entry's payload data (handed out by getDataPacket for that
+    // track) into data, which holds entry.length bytes: from the bytes the
+    // track's packet reader holds when they cover it, else from the source.
+    // Returns what DataSource::readAt returns. Same thread rules as
+    // getDataPacket.
+    ssize_t readPayload(uint32_t trackIndex, const PayloadEntry& entry, void* data);
 
     // Positions the track so that its next getDataPacket returns the payload
     // chosen for timeUs by `mode`: through the track's seek list when it has
@@ -191,9 +197,10 @@ private:
     // Appends to the track's table the payloads of its stream in the data
     // packet starting at `start`; see getPayload.
     status_t parseDataPacket(AsfTrack* track, int64_t start);
-    // The packet walk reads its fields through a small window of the file
-    // (one source read for the packet header and each payload header, not
-    // one for each field); results are those of reading each field alone.
+    // The packet walk reads its fields through the walk's PacketBytes (one
+    // source read for the packet header and each payload header, or for the
+    // whole packet, not one for each field); results are those of reading
+    // each field alone.
     class PacketWindow;
     uint32_t getTypeLength(PacketWindow& window, uint8_t lengthType, int64_t offset, uint32_t* value);
     // True when all n bytes at pos lie below `end` and were read.

@@ -33,6 +33,26 @@ struct PayloadEntry {
     uint8_t kind;         // a Kind
 };
 
+// Bytes of the file the packet reader fetched last for one walk: packet and
+// payload headers are parsed from here, and payload data that lie inside are
+// copied from here (ASFParser::readPayload). The file is taken not to change
+// while it is read, so bytes once fetched stay those of their offsets.
+struct PacketBytes {
+    // A whole packet of the usual sizes (ffmpeg writes 3,200 bytes, Windows
+    // Media encoders at most a few KiB); larger packets are fetched in parts.
+    static constexpr size_t kCapacity = 4096;
+
+    // The n bytes at pos when all are held, else null.
+    const uint8_t* at(int64_t pos, size_t n) const {
+        if (length == 0 || pos < start || static_cast<uint64_t>(pos - start) > length) return nullptr;
+        return n <= length - static_cast<size_t>(pos - start) ? bytes + (pos - start) : nullptr;
+    }
+
+    uint8_t bytes[kCapacity] = {};
+    int64_t start = -1;  // file offset of bytes[0]
+    size_t length = 0;   // bytes held
+};
+
 struct AsfTrack {
     // One seek point: a payload that starts a media object (for video, a
     // key frame), found through an index or by the audio index thread.
@@ -81,6 +101,10 @@ struct AsfTrack {
     PayloadEntry payloads[kPayloadCapacity] = {};  // the last parsed packet's payloads of this stream
     uint32_t cursor = 0;        // next slot to hand out
     uint32_t count = 0;         // slots filled
+    PacketBytes fetched;
+    // Set when the last packet parsed held more than two payloads: the next
+    // one is then fetched whole, one read for all its payload headers.
+    bool wideFetch = false;
 
 private:
     uint32_t filled() const { return count < kPayloadCapacity ? count : kPayloadCapacity; }
