@@ -459,6 +459,7 @@ void ASFParser::threadFunc() {
     // Packets are read only through this track, never through one a reader
     // uses.
     std::unique_ptr<AsfTrack> scratch(new AsfTrack(target.streamNumber, target.type));
+    scratch->markBit = target.markBit;
     for (size_t i = 0; i < points.size(); ++i) {
         // A cancelled pass leaves the index not done; the parser is going.
         if (!mThreadRunning.load()) return;

@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <new>
 #include <memory>
 #include <string>
 
@@ -149,11 +150,37 @@ ASFParser::ASFParser(const sp<DataSource>& source)
       mDataPacketsOffset(0),
       mFileProps(),
       mInitCheck(OK),
+      mPacketMarkCount(0),
+      mStreamMarkBits(),
       mThread(),
       mThreadRunning(false),
       mIndexDone(false),
       mThreadSetUp(false) {
     mInitCheck = parseObject();
+    if (mInitCheck == OK) setUpPacketMarks();
+}
+
+void ASFParser::setUpPacketMarks() {
+    // Tracks past the first seven are never skipped for; several tracks of
+    // one stream number share its bits.
+    for (size_t i = 0; i < mAsfTracks.size() && i < kMarkedTracks; ++i) {
+        AsfTrack& track = mAsfTracks.editItemAt(i);
+        track.markBit = static_cast<uint8_t>(1u << i);
+        mStreamMarkBits[track.streamNumber & kStreamNumberMask] |= track.markBit;
+    }
+    const uint32_t packetSize = mFileProps.maxDataPacketSize;
+    off64_t fileSize = 0;
+    if (packetSize == 0 || mDataPacketsOffset <= 0 || mDataSource->getSize(&fileSize) != OK ||
+        fileSize <= mDataPacketsOffset) {
+        return;
+    }
+    // Marks only for packets that start inside the file, and at most
+    // kMaxPacketMarks of them: a count the file cannot hold gets none.
+    const uint64_t inFile = static_cast<uint64_t>(fileSize - mDataPacketsOffset - 1) / packetSize + 1;
+    const uint64_t count = std::min<uint64_t>({mFileProps.dataPacketsCount, inFile, kMaxPacketMarks});
+    if (count == 0) return;
+    mPacketMarks.reset(new (std::nothrow) std::atomic<uint8_t>[count]());
+    if (mPacketMarks) mPacketMarkCount = static_cast<size_t>(count);
 }
 
 ASFParser::~ASFParser() {
@@ -564,7 +591,8 @@ inline uint32_t ASFParser::getTypeLength(PacketWindow& window, uint8_t lengthTyp
 // payload's replicated data and data must lie in the packet's payload area,
 // and a sub-payload in its payload. One that does not ends that walk as if
 // the data had ended there; what was found before it stands.
-status_t ASFParser::parseDataPacket(AsfTrack* track, int64_t start) {
+status_t ASFParser::parseDataPacket(AsfTrack* track, int64_t start, uint8_t* seen) {
+    *seen = 0;
     const uint32_t packetSize = mFileProps.maxDataPacketSize;
     // The packet's slot ends where the next packet starts; a slot that ends
     // past any file offset is past the data.
@@ -647,6 +675,7 @@ status_t ASFParser::parseDataPacket(AsfTrack* track, int64_t start) {
             ALOGE(kLogStreamZero, static_cast<int>(stream));
             return ERROR_MALFORMED;
         }
+        *seen |= mStreamMarkBits[stream];
         const bool wanted = stream == track->streamNumber;
         uint32_t objectNumber = 0, offsetInObject = 0, replicatedLength = 0;
         pos += getTypeLength(window, (propertyFlags >> 4) & 3, pos, &objectNumber);
@@ -730,8 +759,20 @@ status_t ASFParser::getPayload(AsfTrack* track, int64_t* packetIndex, int step) 
         if (!zirkMul(p, static_cast<int64_t>(packetSize), &start) || !zirkAdd(start, mDataPacketsOffset, &start)) {
             return ERROR_MALFORMED;
         }
-        status_t err = parseDataPacket(track, start);
+        std::atomic<uint8_t>* mark = static_cast<uint64_t>(p) < mPacketMarkCount ? &mPacketMarks[p] : nullptr;
+        if (mark != nullptr && track->markBit != 0) {
+            const uint8_t known = mark->load(std::memory_order_relaxed);
+            // Parsed whole before, without this track's stream: its parse
+            // here would find nothing either.
+            if ((known & kPacketParsed) && !(known & track->markBit)) {
+                *packetIndex = p + step;
+                continue;
+            }
+        }
+        uint8_t seen;
+        status_t err = parseDataPacket(track, start, &seen);
         if (err != OK) return err;
+        if (mark != nullptr) mark->store(seen | kPacketParsed, std::memory_order_relaxed);
         if (track->count > 0) return OK;
         *packetIndex = p + step;  // 0 <= p < INT64_MAX here
     }

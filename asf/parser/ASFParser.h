@@ -28,6 +28,7 @@
 #include <stdint.h>
 
 #include <atomic>
+#include <memory>
 
 #include <media/stagefright/DataSource.h>
 #include <media/stagefright/MediaSource.h>
@@ -196,7 +197,11 @@ private:
     status_t walkObjects(int64_t pos, int64_t remaining, int64_t end, bool topLevel, Handler&& handle);
     // Appends to the track's table the payloads of its stream in the data
     // packet starting at `start`; see getPayload.
-    status_t parseDataPacket(AsfTrack* track, int64_t start);
+    // *seen gets the mark bits of the streams met (see mPacketMarks).
+    status_t parseDataPacket(AsfTrack* track, int64_t start, uint8_t* seen);
+    // Gives the first kMarkedTracks tracks their mark bits and allocates the
+    // packet marks; called once the header parse has succeeded.
+    void setUpPacketMarks();
     // The packet walk reads its fields through the walk's PacketBytes (one
     // source read for the packet header and each payload header, or for the
     // whole packet, not one for each field); results are those of reading
@@ -215,6 +220,22 @@ private:
     int64_t mDataPacketsOffset;
     FileProps mFileProps;
     status_t mInitCheck;
+
+    // One byte per data packet, shared by every walk of the file: bit 7
+    // (kPacketParsed) says the packet was parsed without error, bit t (t <
+    // kMarkedTracks) that it holds payloads of track t's stream. A walk for a
+    // track passes a parsed packet without its bit unread: in a file of large
+    // video objects the audio walk then reads only the packets the video walk
+    // has not passed yet and those holding audio. Each mark is a pure
+    // function of the file's bytes, so relaxed loads and stores suffice.
+    static constexpr size_t kMarkedTracks = 7;
+    static constexpr uint8_t kPacketParsed = 0x80;
+    // One byte each: 4 Mi packets cover 12.5 GiB of 3,200-byte packets
+    // within 4 MiB; later packets are parsed by every walk.
+    static constexpr uint64_t kMaxPacketMarks = 4u << 20;
+    std::unique_ptr<std::atomic<uint8_t>[]> mPacketMarks;
+    size_t mPacketMarkCount;
+    uint8_t mStreamMarkBits[128];  // by stream number: the bits of its tracks
 
     pthread_t mThread;
     // Set when the thread is started; cleared only by the destructor, which

@@ -105,6 +105,8 @@ struct AsfTrack {
     // Set when the last packet parsed held more than two payloads: the next
     // one is then fetched whole, one read for all its payload headers.
     bool wideFetch = false;
+    // This track's bit in the parser's packet marks; 0 for none.
+    uint8_t markBit = 0;
 
 private:
     uint32_t filled() const { return count < kPayloadCapacity ? count : kPayloadCapacity; }
