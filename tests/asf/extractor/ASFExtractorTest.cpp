@@ -238,6 +238,51 @@ TEST(ASFSourceTest, ReadsAndSeeks) {
     }
 }
 
+TEST(ASFSourceTest, WalksInAnyOrderAgreeAtEveryCut) {
+    // A walk passes the packets another walk parsed without its stream, and copies the data of a packet of
+    // many payloads from that packet fetched whole: each track read alone, the two read in turn, or video
+    // first, gives the same buffers, with the file cut at every byte of its packets (one to four payloads, of
+    // one stream or both; each payload's bytes its own).
+    const std::vector<Packet> packets = {
+            {{part(1, 0, 10, 0, 10, 0x11), part(0x82, 0, 120, 0, 60, 0x21), part(1, 0, 8, 20, 8, 0x12)}},
+            {{part(2, 60, 120, 0, 60, 0x22)}},
+            {{part(0x82, 0, 30, 40, 30, 0x23), part(1, 0, 12, 40, 12, 0x13), part(1, 0, 9, 60, 9, 0x14),
+              part(2, 0, 20, 80, 20, 0x24)}},
+            {{part(2, 0, 100, 120, 50, 0x25)}},
+            {{part(1, 0, 16, 80, 16, 0x15)}},
+            {{part(2, 50, 100, 120, 50, 0x26)}},
+            {{part(1, 0, 5, 100, 5, 0x16), part(1, 0, 6, 120, 6, 0x17), part(1, 0, 7, 140, 7, 0x18)}},
+            {{part(0x82, 0, 40, 160, 40, 0x27)}}};
+    const Bytes whole = asfFile({a(wav(1)), v(bih("DIVX", 16, 16))}, packets);
+    const std::string kWhole[2] = {"0 11*10;20 12*8;40 13*12;60 14*9;80 15*16;100 16*5;120 17*6;140 18*7;" + kEos,
+                                   "0 21*60 22*60;40 23*30;80 24*20;120 25*50 26*50;160 27*40;" + kEos};
+    LogCapture quiet;
+    for (size_t cut = whole.size() - 200 * packets.size(); cut <= whole.size(); ++cut) {
+        const Bytes bytes(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(cut));
+        auto sources = [&] {
+            sp<ASFExtractor> e = new ASFExtractor(new MemorySource(bytes));
+            std::vector<sp<MediaSource>> s = {e->getTrack(0), e->getTrack(1)};
+            for (const auto& t : s) EXPECT_EQ(OK, t->start());
+            return s;
+        };
+        const std::vector<sp<MediaSource>> first = sources(), second = sources();
+        const std::string alone[2] = {reads(first[0], nullptr, 20), reads(second[1], nullptr, 20)};
+        std::string turns[2], videoFirst[2];
+        const std::vector<sp<MediaSource>> inTurn = sources(), ordered = sources();
+        for (int round = 0; round < 20; ++round) {
+            for (size_t t : {0, 1}) {
+                if (turns[t].find(kEos) == std::string::npos) turns[t] += reads(inTurn[t], nullptr, 1);
+            }
+        }
+        for (size_t t : {1, 0}) videoFirst[t] = reads(ordered[t], nullptr, 20);
+        for (size_t t : {0, 1}) {
+            if (cut == whole.size()) EXPECT_EQ(kWhole[t], alone[t]);
+            EXPECT_EQ(alone[t], turns[t]) << cut;
+            EXPECT_EQ(alone[t], videoFirst[t]) << cut;
+        }
+    }
+}
+
 TEST(ASFSourceTest, BufferSizes) {
     // The format's maximum input size, as a damaged file could give it, is held to the cap; an object that
     // does not fit (a WVC1 start code in 3 bytes) is malformed, then the stream ends.
