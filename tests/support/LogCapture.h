@@ -38,6 +38,15 @@ public:
         return n;
     }
     bool contains(const std::string& text, int prio = -1) const { return count(text, prio) > 0; }
+    // The lines joined as "|prio/tag: text" each; given a priority, only its lines, as "|text" each.
+    std::string joined(int prio = -1) const {
+        std::string s;
+        for (const LogLine& l : lines()) {
+            if (prio < 0) s += "|" + std::to_string(l.prio) + "/" + l.tag + ": " + l.text;
+            if (l.prio == prio) s += "|" + l.text;
+        }
+        return s;
+    }
 
 private:
     static void hook(void* cookie, int prio, const char* tag, const char* text) {

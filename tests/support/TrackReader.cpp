@@ -21,6 +21,22 @@ Bytes findBytes(const sp<MetaData>& meta, uint32_t key, uint32_t* type) {
     return Bytes(static_cast<const uint8_t*>(data), static_cast<const uint8_t*>(data) + size);
 }
 
+std::string describeKeys(const sp<MetaData>& meta, std::initializer_list<uint32_t> keys) {
+    std::string s;
+    for (uint32_t key : keys) {
+        const char* text;
+        int32_t i32 = 0;  // of the two, the one not found stays 0
+        int64_t i64 = 0;
+        uint32_t type = 0;
+        const size_t size = findBytes(meta, key, &type).size();
+        s += size > 0 ? std::string{' ', char(key >> 24), char(key >> 16), char(key >> 8), char(key)} : "";
+        if (meta->findCString(key, &text)) s += std::string("=") + text;
+        if (meta->findInt32(key, &i32) || meta->findInt64(key, &i64)) s += "=" + std::to_string(i32 + i64);
+        if (size > 0 && (type == 0 || type == MetaData::TYPE_NONE)) s += ":" + std::to_string(size);
+    }
+    return s;
+}
+
 status_t readSample(const sp<MediaSource>& source, Sample* out, const MediaSource::ReadOptions* options) {
     MediaBuffer* buffer = nullptr;
     status_t err = source->read(&buffer, options);

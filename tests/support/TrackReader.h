@@ -34,6 +34,9 @@ uint32_t crc32Of(const Bytes& bytes);
 
 // The data stored under `key` (empty when there is none) and its type.
 Bytes findBytes(const sp<MetaData>& meta, uint32_t key, uint32_t* type = nullptr);
+// " code=value" for each of `keys` held as a string or an integer, " code:size" for each held as untyped data
+// (the code: the key's four characters).
+std::string describeKeys(const sp<MetaData>& meta, std::initializer_list<uint32_t> keys);
 
 // One read(); a failed read must hand out no buffer.
 status_t readSample(const sp<MediaSource>& source, Sample* out, const MediaSource::ReadOptions* options = nullptr);

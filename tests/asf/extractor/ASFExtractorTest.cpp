@@ -1,5 +1,5 @@
-// ASFExtractor, ASFSource and the ASF sniffers: the codec table and its
-// property gate, track formats from WAVEFORMATEX/BITMAPINFOHEADER, hidden
+// ASFExtractor, ASFSource and the ASF sniffers: codecs of the codec table and
+// its property gate, track formats from WAVEFORMATEX/BITMAPINFOHEADER, hidden
 // tracks, the container type, the sniffers' answers; media objects gathered
 // from their payloads across packets, the VC-1 start code, the buffer-size
 // guard, seeks and their sync flag, the fatal lifecycle checks (and the
@@ -28,14 +28,10 @@ using namespace android::test;
 using namespace android::test::asf;
 using Mode = MediaSource::ReadOptions::SeekMode;
 
-// Sets "media.tamelordecode.supportwmva" (null: unset) for its lifetime, then restores it.
+// Sets "media.tamelordecode.supportwmva" (null: unset) for what follows; each test that shows Windows Media
+// codecs sets it first.
 struct WmvaProperty {
-    char old[PROPERTY_VALUE_MAX];
-    explicit WmvaProperty(const char* v) {
-        property_get(ASFExtractor::kSupportWMVAProperty, old, "");
-        property_set(ASFExtractor::kSupportWMVAProperty, v);
-    }
-    ~WmvaProperty() { property_set(ASFExtractor::kSupportWMVAProperty, old); }
+    explicit WmvaProperty(const char* v) { property_set(ASFExtractor::kSupportWMVAProperty, v); }
 };
 
 Bytes a(const Bytes& ts) { return streamProps(kGuidAudioMedia, 1, ts); }
@@ -44,56 +40,39 @@ Bytes v(const Bytes& ts) { return streamProps(kGuidVideoMedia, 2, ts); }
 // read past a stream's type-specific data, so only the declared length stops such a read.
 Bytes file(const std::vector<Bytes>& streams) { return asfFile(streams, {}, 3200, 20000000, 500); }
 
-// The MIME type, then "code=value" per key set ("rcsd:N" for its size); "hidden" for no format.
+// The MIME type, then " code=value" per key set (" rcsd:N": the codec data's size); "hidden" for no format.
 std::string dump(const sp<MetaData>& m) {
     const char* mime = "?";
     if (m == nullptr) return "hidden";
-    std::string out = m->findCString(kKeyMIMEType, &mime) ? mime : "?";
-    for (uint32_t k : {kKeyWidth, kKeyHeight, kKeySampleRate, kKeyChannelCount, kKeyBitRate, kKeyMaxInputSize,
-                       kKeyDuration, kKeyThumbnailTime}) {
-        int32_t i32;
-        int64_t i64;
-        const std::string code = {' ', char(k >> 24), char(k >> 16), char(k >> 8), char(k), '='};
-        if (m->findInt32(k, &i32)) out += code + std::to_string(i32);
-        if (m->findInt64(k, &i64)) out += code + std::to_string(i64);
-    }
-    const Bytes rcsd = findBytes(m, kKeyRawCodecSpecificData);
-    return rcsd.empty() ? out : out + " rcsd:" + std::to_string(rcsd.size());
+    return (m->findCString(kKeyMIMEType, &mime) ? mime : "?") +
+           describeKeys(m, {kKeyWidth, kKeyHeight, kKeySampleRate, kKeyChannelCount, kKeyBitRate, kKeyMaxInputSize,
+                            kKeyDuration, kKeyThumbnailTime, kKeyRawCodecSpecificData});
 }
 std::string mimeOf(const sp<MetaData>& m) { return dump(m).substr(0, dump(m).find(' ')); }
 
 TEST(ASFExtractorTest, TrackFormatsAndContainerType) {
-    // Each codec's MIME type and format keys (of track 0), the codec data kept (its declared length held to what
-    // is there), the unsupported-codec log lines; hidden tracks left out of the numbering and past the last; the
-    // Windows Media codecs shown only when the property is "1"; the container ASF with a video track, else WMA.
+    // The MIME type and format keys (of track 0) of an audio and a video codec (WMV2 and WMA2: the real file's
+    // test), the codec data kept (WMA's whole WAVEFORMATEX only; its declared length held to what is there), the
+    // unsupported-codec log lines; hidden tracks left out of the numbering and past the last; the Windows Media
+    // codecs shown only when the property is "1"; the container ASF with a video track, else WMA.
     const std::string audio = " srte=8000 #chn=1 brte=16000 inpS=3200 dura=1500000", wma = "|audio/x-ms-wma";
     const std::string video = " dura=1500000 thbT=0", qvga = " widt=320 heig=240 inpS=57600" + video;
     const std::string hidden = "hidden" + wma, asf = "|video/x-ms-asf", wmaCodec = ",audio/x-ms-wma-codec";
     const Bytes wmv3 = v(bih("WMV3", 8, 8)), pcm = a(wav(1)), wma2 = a(wav(0x0161)), h264 = v(bih("H264", 8, 8));
-    const std::vector<Bytes> windowsMedia = {v(bih("WMV1", 8, 8)), v(bih("WMV2", 8, 8)), wmv3, v(bih("WMVA", 8, 8)),
-                                             v(bih("WVC1", 8, 8)), a(wav(0x000A)), a(wav(0x0160)), wma2,
-                                             a(wav(0x0162)), a(wav(0x0163))};
+    const std::vector<Bytes> windowsMedia = {v(bih("WMV1", 8, 8)), wmv3, a(wav(0x000A)), a(wav(0x0163))};
     const struct { const char* name; std::vector<Bytes> streams; std::string want; const char* property = "1";
                    std::string log = ""; } kRows[] = {
         {"PCM", {a(wav(0x0001))}, "audio/raw" + audio + wma},
-        {"MP3KeepsNoExtra", {a(wav(0x0055, 12, 12))}, "audio/mpeg" + audio + wma},
-        {"WMA2CarriesWaveFormatAndExtra", {a(wav(0x0161, 10, 10))}, "audio/x-ms-wma-codec" + audio + " rcsd:28" + wma},
         {"UnknownAudio", {a(wav(0x0002))}, hidden, "1", "Unsupported audio format 2"},
         {"ExtraPastDeclaredLength", {a(wav(0x0161, 10, 5))}, hidden},
-        {"WaveFormatBelow18Bytes", {a(Bytes(16, 1))}, hidden},
-        {"WMV3WithExtra", {v(bih("WMV3", 320, 240, 4, 4))}, "video/x-ms-wmv3" + qvga + " rcsd:4" + asf},
         {"H264", {v(bih("H264", 320, 240, 3, 3))}, "video/avc" + qvga + " rcsd:3" + asf},
-        {"DivX", {v(bih("DIVX", 320, 240))}, "video/divx" + qvga + asf},
-        {"MP43", {v(bih("MP43", 320, 240))}, "video/divx3" + qvga + asf},
         {"LowerCaseFourcc", {v(bih("wmv3", 320, 240))}, hidden, "1", "Unsupported video format 'wmv3'"},
         {"BitmapExtraPastDeclaredLength", {v(bih("H264", 320, 240, 8, 4))}, hidden},
-        {"BitmapSizeBelow40", {v(bih("H264", 320, 240, uint32_t(-1)))}, hidden},
         {"InputSizePast32Bits", {v(bih("DIVX", 65536, 65536))}, hidden},
         {"HiddenSkippedInNumbering", {wmv3, pcm, wma2, h264}, "audio/raw" + audio + ",video/avc" + asf, nullptr},
         {"WindowsMediaHiddenUnlessOne", windowsMedia, hidden, "0"},
         {"WindowsMediaWithProperty", windowsMedia,
-         "video/x-ms-wmv1 widt=8 heig=8 inpS=48" + video + ",video/x-ms-wmv2,video/x-ms-wmv3,video/x-ms-wmva," +
-                 "video/x-ms-wvc1" + wmaCodec + wmaCodec + wmaCodec + wmaCodec + wmaCodec + asf},
+         "video/x-ms-wmv1 widt=8 heig=8 inpS=48" + video + ",video/x-ms-wmv3" + wmaCodec + wmaCodec + asf},
     };
     for (const auto& row : kRows) {
         WmvaProperty set(row.property);
@@ -112,12 +91,12 @@ TEST(ASFExtractorTest, TrackFormatsAndContainerType) {
 TEST(ASFExtractorTest, Sniffing) {
     // The Codec List Object decides audio or video; without it the streams do; a cut header still sniffs
     // (and logs), no header GUID does not.
-    auto codecList = [](const std::vector<uint16_t>& types, uint64_t size = 0) {
+    auto codecList = [](const std::vector<uint16_t>& types) {
         // One entry per type: a 1-unit name, no description, 2 bytes of information.
         const ASFGuid g = asfGuid(0x86D15240, 0x311D, 0x11D0, 0xA3A400A0C90348F6);
         Bytes entries = joined({Bytes(16, 0), le(4, {types.size()})});
         for (uint16_t t : types) entries = joined({entries, le(2, {t, 1}), Bytes(2, 'c'), le(2, {0, 2}), Bytes(2, 0)});
-        return joined({Bytes(g.bytes, g.bytes + 16), le(8, {size ? size : 24 + entries.size()}), entries});
+        return joined({Bytes(g.bytes, g.bytes + 16), le(8, {24 + entries.size()}), entries});
     };
     const Bytes audioOnly = file({a(wav(1))});
     const std::string asf = "video/x-ms-asf 0.8", wma = "audio/x-ms-wma 0.8";
@@ -126,7 +105,6 @@ TEST(ASFExtractorTest, Sniffing) {
         {"CodecListVideoAfterAudio", file({codecList({2, 1})}), asf},
         {"CodecListDecidesOverStreams", file({codecList({2}), v(bih("WMV3", 8, 8))}), wma},
         {"CodecListUnknownOnly", file({codecList({0xFFFF})}), "no"},
-        {"CodecListBelow44", file({codecList({}, 43)}), "no"},
         // Cut 10 bytes into the object header after the header object's 30 bytes and the file properties' 104.
         {"TruncatedHeader", Bytes(audioOnly.begin(), audioOnly.begin() + 144), wma, true,
          "File corruption, ignore this file, SniffASFFormat"},
@@ -180,7 +158,6 @@ TEST(ASFSourceTest, ReadsAndSeeks) {
     // the end dropped, the VC-1 start code (counted against the buffer, which an object may fill); a failed seek
     // (closest sync) ends the stream with its log line, and only the first buffer after a seek is flagged sync.
     const Packet twoVideo = {{part(0x82, 0, 10, 0, 10, 0xD1), part(2, 0, 5, 40, 5, 0xD2)}};
-    const std::string vc1 = "0 00*2 01 0d d1*10;40 00*2 01 0d d2*5;" + kEos;
     const struct { const char* name; std::vector<Packet> packets; size_t track; const char* cc; std::string want;
                    int64_t seekUs = -1; std::string log = ""; } kRows[] = {
         {"KindsFirstMiddleLastAcrossPackets",
@@ -192,9 +169,7 @@ TEST(ASFSourceTest, ReadsAndSeeks) {
           {{part(1, 0, 4, 9, 4, 4)}}}, 0, "DIVX", kBad + "9 04*4;" + kEos},
         {"PartObjectAtEndDropped", {{{part(1, 0, 10, 0, 10, 0xA1), part(1, 0, 90, 46, 30, 0xA2)}}}, 0, "DIVX",
          "0 a1*10;" + kEos},
-        {"WVC1StartCodeOnEverySample", {twoVideo}, 1, "WVC1", vc1},
-        {"WMVAStartCodeOnEverySample", {twoVideo}, 1, "WMVA", vc1},
-        {"NoStartCodeForOtherVideo", {twoVideo}, 1, "WMV2", "0 d1*10;40 d2*5;" + kEos},
+        {"WMVAStartCodeOnEverySample", {twoVideo}, 1, "WMVA", "0 00*2 01 0d d1*10;40 00*2 01 0d d2*5;" + kEos},
         // 192-byte buffer: 188 bytes and the start code fit, 189 do not.
         {"StartCodeCountsAgainstTheBuffer",
          {{{part(2, 0, 188, 0, 150, 7)}}, {{part(2, 150, 188, 0, 38, 8)}}, {{part(2, 0, 189, 3, 150, 7)}},
@@ -250,16 +225,12 @@ TEST(ASFSourceTest, WalksInAnyOrderAgreeAtEveryCut) {
         const std::string alone[2] = {reads(first[0], nullptr, 20), reads(second[1], nullptr, 20)};
         std::string turns[2], videoFirst[2];
         const std::vector<sp<MediaSource>> inTurn = sources(), ordered = sources();
-        for (int round = 0; round < 20; ++round) {
-            for (size_t t : {0, 1}) {
-                if (turns[t].find(kEos) == std::string::npos) turns[t] += reads(inTurn[t], nullptr, 1);
-            }
+        for (size_t i = 0; i < 40; ++i) {
+            if (turns[i % 2].find(kEos) == std::string::npos) turns[i % 2] += reads(inTurn[i % 2], nullptr, 1);
         }
         for (size_t t : {1, 0}) videoFirst[t] = reads(ordered[t], nullptr, 20);
         for (size_t t : {0, 1}) {
-            if (cut == whole.size()) {
-                EXPECT_EQ(kWhole[t], alone[t]);
-            }
+            EXPECT_TRUE(cut < whole.size() || alone[t] == kWhole[t]) << alone[t];
             EXPECT_EQ(alone[t], turns[t]) << cut;
             EXPECT_EQ(alone[t], videoFirst[t]) << cut;
         }
