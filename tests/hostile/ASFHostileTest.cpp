@@ -48,8 +48,11 @@ Bytes withHeaderSize(uint64_t size) {
 }
 
 std::vector<HostileRow> rows() {
+    // A 16-bit packet length of 0 (the slot, 200 bytes); 16-bit padding longer than the packet.
     Packet noLength = two(0), padded = two(0);
+    noLength.lengthType |= 0x40;
     noLength.packetLength = 0;
+    padded.lengthType |= 0x10;
     padded.padding = 5000;
     return {
         {"control", movie(packets(4)), 2, 0, 4, kEOS},
@@ -64,7 +67,7 @@ std::vector<HostileRow> rows() {
         {"payload_length_past_packet", movie({two(0), lying(60000, {}), two(200)}), 2, 0, 3, kEOS},
         {"replicated_length_past_payload", movie({two(0), lying({}, 250), two(200)}), 2, 0, 3, kEOS},
         {"packet_length_0", movie({noLength, two(100)}), 2, 0, 2, kEOS},
-        {"padding_past_packet", movie({padded, two(100)}), 2, 0, 2, kEOS},
+        {"padding_past_packet", movie({padded, two(100)}), 2, 0, 1, kEOS},
         {"max_packet_size_0", movie(packets(3), {}, 0), 2, 0, 0, kEOS},
         // Index counts no object could hold.
         {"index_entries_2_32", movie(packets(3), indexObject({2}, {{{0}, {0, 1, 2}, 0xFFFFFFFF}})), 2, 0, 3, kEOS},
