@@ -14,6 +14,15 @@
 
 namespace android {
 
+namespace {
+// Set on a thread inside a ScatteredReads scope.
+thread_local bool tScatteredReads = false;
+}  // namespace
+
+ZIRKCachedFileSource::ScatteredReads::ScatteredReads() : mOuter(tScatteredReads) { tScatteredReads = true; }
+
+ZIRKCachedFileSource::ScatteredReads::~ScatteredReads() { tScatteredReads = mOuter; }
+
 ZIRKCachedFileSource::ZIRKCachedFileSource(const char* path) : mFd(-1), mLength(0), mUseClock(0), mLastSmallReadEnd(-1) {
     int fd = open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) return;
@@ -104,6 +113,7 @@ ssize_t ZIRKCachedFileSource::readAt(off64_t offset, void* data, size_t size) {
     if (offset < 0) return ERROR_IO;
     if (offset >= mLength) return 0;
     size = static_cast<size_t>(std::min<uint64_t>(size, static_cast<uint64_t>(mLength - offset)));
+    if (tScatteredReads) return preadFully(offset, data, size);
     if (size >= kDirectReadBytes) return readDirect(offset, data, size);
 
     std::unique_lock<std::mutex> lock(mLock);

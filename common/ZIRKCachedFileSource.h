@@ -50,6 +50,24 @@ public:
     // The first refill of a walk that continues one: four pages.
     static constexpr size_t kRampStartBytes = 4 * 1024;
 
+    // While one is alive, the small reads its thread makes from any
+    // ZIRKCachedFileSource go straight to the file, into the caller's memory,
+    // and leave the windows alone. For a pass on a thread of its own that
+    // visits a few packets here and there (an index walk): through the
+    // windows it would fetch a window at a time and take the windows the
+    // readers on other threads are reading from. Scopes nest; one belongs to
+    // the thread that made it.
+    class ZIRK_EXPORT ScatteredReads {
+    public:
+        ScatteredReads();
+        ~ScatteredReads();
+        ScatteredReads(const ScatteredReads&) = delete;
+        ScatteredReads& operator=(const ScatteredReads&) = delete;
+
+    private:
+        bool mOuter;
+    };
+
     explicit ZIRKCachedFileSource(const char* path);
 
     status_t initCheck() const override;

@@ -16,6 +16,7 @@
 #include <utils/Log.h>
 
 #include "asf/parser/ZIRKASFChecks.h"
+#include "common/ZIRKCachedFileSource.h"
 #include "common/ZIRKSafeMath.h"
 
 namespace android {
@@ -460,6 +461,9 @@ void ASFParser::threadFunc() {
     // uses.
     std::unique_ptr<AsfTrack> scratch(new AsfTrack(target.streamNumber, target.type));
     scratch->markBit = target.markBit;
+    // A few packets at each seek point, while the readers stream through
+    // the file: straight from the file, not through the readers' windows.
+    ZIRKCachedFileSource::ScatteredReads scattered;
     for (size_t i = 0; i < points.size(); ++i) {
         // A cancelled pass leaves the index not done; the parser is going.
         if (!mThreadRunning.load()) return;
