@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <new>
 
 #include <zirk/ZIRKPreadFully.h>
@@ -17,11 +18,21 @@ namespace android {
 namespace {
 // Set on a thread inside a ScatteredReads scope.
 thread_local bool tScatteredReads = false;
+// Scopes alive on all threads. A thread-local lookup in a shared library is a
+// function call, so a read looks at the thread's flag only while some scope
+// is alive; a thread always sees its own scopes in the count.
+std::atomic<int> gScatteredScopes{0};
 }  // namespace
 
-ZIRKCachedFileSource::ScatteredReads::ScatteredReads() : mOuter(tScatteredReads) { tScatteredReads = true; }
+ZIRKCachedFileSource::ScatteredReads::ScatteredReads() : mOuter(tScatteredReads) {
+    tScatteredReads = true;
+    gScatteredScopes.fetch_add(1, std::memory_order_relaxed);
+}
 
-ZIRKCachedFileSource::ScatteredReads::~ScatteredReads() { tScatteredReads = mOuter; }
+ZIRKCachedFileSource::ScatteredReads::~ScatteredReads() {
+    gScatteredScopes.fetch_sub(1, std::memory_order_relaxed);
+    tScatteredReads = mOuter;
+}
 
 ZIRKCachedFileSource::ZIRKCachedFileSource(const char* path) : mFd(-1), mLength(0), mUseClock(0), mLastSmallReadEnd(-1) {
     int fd = open(path, O_RDONLY | O_CLOEXEC);
@@ -113,7 +124,7 @@ ssize_t ZIRKCachedFileSource::readAt(off64_t offset, void* data, size_t size) {
     if (offset < 0) return ERROR_IO;
     if (offset >= mLength) return 0;
     size = static_cast<size_t>(std::min<uint64_t>(size, static_cast<uint64_t>(mLength - offset)));
-    if (tScatteredReads) return preadFully(offset, data, size);
+    if (gScatteredScopes.load(std::memory_order_relaxed) != 0 && tScatteredReads) return preadFully(offset, data, size);
     if (size >= kDirectReadBytes) return readDirect(offset, data, size);
 
     std::unique_lock<std::mutex> lock(mLock);
