@@ -133,19 +133,26 @@ ssize_t ZIRKCachedFileSource::readAt(off64_t offset, void* data, size_t size) {
     // per track, and a background index pass). Its refills grow fourfold from
     // kRampStartBytes up to a whole window, so that a short walk (a few
     // packets after each entry of an index) does not fetch a window each.
-    auto continues = [offset](int64_t end) {
-        return end >= 0 && offset >= end - static_cast<int64_t>(kSequentialGapBytes) &&
-               offset - end <= static_cast<int64_t>(kSequentialGapBytes);
-    };
-    size_t continued = continues(mLastSmallReadEnd) ? kRampStartBytes / 4 : 0;
-    for (const Window& w : mWindows) {
-        if (w.mOffset >= 0 && continues(w.mOffset + static_cast<int64_t>(w.mLength))) {
-            continued = std::max(continued, w.mLength);
-        }
-    }
+    // Worked out at the first miss, from the windows as they were when this
+    // read began (a hit changes none of them), so that a hit does no more
+    // than find its window.
+    const int64_t previousEnd = mLastSmallReadEnd;
     mLastSmallReadEnd = offset + static_cast<int64_t>(size);
-    const size_t refillBytes = continued > 0 ? std::min(kWindowBytes, std::max(kRampStartBytes, 4 * continued))
-                                             : std::max(kSparseRefillBytes, size);
+    auto refillSize = [&]() -> size_t {
+        auto continues = [offset](int64_t end) {
+            return end >= 0 && offset >= end - static_cast<int64_t>(kSequentialGapBytes) &&
+                   offset - end <= static_cast<int64_t>(kSequentialGapBytes);
+        };
+        size_t continued = continues(previousEnd) ? kRampStartBytes / 4 : 0;
+        for (const Window& w : mWindows) {
+            if (w.mOffset >= 0 && continues(w.mOffset + static_cast<int64_t>(w.mLength))) {
+                continued = std::max(continued, w.mLength);
+            }
+        }
+        return continued > 0 ? std::min(kWindowBytes, std::max(kRampStartBytes, 4 * continued))
+                             : std::max(kSparseRefillBytes, size);
+    };
+    size_t refillBytes = 0;
     uint8_t* out = static_cast<uint8_t*>(data);
     size_t done = 0;
     while (done < size) {
@@ -167,6 +174,7 @@ ssize_t ZIRKCachedFileSource::readAt(off64_t offset, void* data, size_t size) {
                 if (n < 0) return done > 0 ? static_cast<ssize_t>(done) : n;
                 return static_cast<ssize_t>(done + static_cast<size_t>(n));
             }
+            if (refillBytes == 0) refillBytes = refillSize();
             // A refill stops where another window's bytes start: two walks a
             // little apart (one per track of an interleaved file) would
             // otherwise read the same stretch of the file twice.
