@@ -50,7 +50,7 @@ public:
     // The first refill of a walk that continues one: four pages.
     static constexpr size_t kRampStartBytes = 4 * 1024;
 
-    // While one is alive, the small reads its thread makes from any
+    // While one is alive, the reads its thread makes from any
     // ZIRKCachedFileSource go straight to the file, into the caller's memory,
     // and leave the windows alone. For a pass on a thread of its own that
     // visits a few packets here and there (an index walk): through the
